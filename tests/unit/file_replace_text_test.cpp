@@ -12,6 +12,7 @@
 #include "tests/support/file_spellings.h"
 #include "tests/support/recording_sink.h"
 #include "tests/support/scratch.h"
+#include "tests/unit/test_kit.h"
 
 namespace {
 
@@ -20,8 +21,6 @@ using base = vu_file_base;
 using faults::Call;
 using vu_host::trace_event;
 using list = std::vector<std::string>;
-
-constexpr os::Status kSomeFailure{5, os::Failure::kOther};
 
 const std::string kOld = "a_0000000001/00000001\n";
 const std::string kNew = "a_0000000001/00000001\nb_0000000001/00000002\n";
@@ -102,7 +101,7 @@ TEST_F(ReplaceAndClose, OfDigitsFlushesOnceAndCutsNothing) {
 }
 
 TEST_F(ReplaceAndClose, ThatFailsInTheCopyIsTracedAndTakenBack) {
-  for (const os::Status status : {kSomeFailure, os::Status()}) {
+  for (const os::Status status : {kRefused, os::Status()}) {
     open(kOld);
     const auto fault = faults::cut_transfer(Call::write, 30, status);
     recording_sink sink;
@@ -114,7 +113,7 @@ TEST_F(ReplaceAndClose, ThatFailsInTheCopyIsTracedAndTakenBack) {
 }
 
 TEST_F(ReplaceAndClose, WhoseCopyIsNotFlushedIsTakenBack) {
-  const auto fault = faults::fail(Call::flush, kSomeFailure);
+  const auto fault = faults::fail(Call::flush, kRefused);
   recording_sink sink;
   EXPECT_EQ(replace(kNew), replacement::Holds::kOldText);
   EXPECT_EQ(sink.events(trace_event::error), failure("Can't flush buffers"));
@@ -122,8 +121,8 @@ TEST_F(ReplaceAndClose, WhoseCopyIsNotFlushedIsTakenBack) {
 }
 
 TEST_F(ReplaceAndClose, WhoseCopyIsNeitherFlushedNorTakenBackHoldsTheNewText) {
-  const auto flush = faults::fail(Call::flush, kSomeFailure);
-  const auto cut = faults::fail(Call::set_end, kSomeFailure);
+  const auto flush = faults::fail(Call::flush, kRefused);
+  const auto cut = faults::fail(Call::set_end, kRefused);
   EXPECT_EQ(replace(kNew), replacement::Holds::kNewText);
   EXPECT_EQ(text(), kNew);
 }
@@ -131,7 +130,7 @@ TEST_F(ReplaceAndClose, WhoseCopyIsNeitherFlushedNorTakenBackHoldsTheNewText) {
 TEST_F(ReplaceAndClose, ThatFailsAfterTheCopyLeavesTheNewText) {
   for (std::size_t bytes = 0; bytes < kNew.size(); ++bytes) {
     open(kOld);
-    const auto fault = faults::cut_transfer(Call::write, bytes, kSomeFailure, 2);
+    const auto fault = faults::cut_transfer(Call::write, bytes, kRefused, 2);
     recording_sink sink;
     EXPECT_EQ(replace(kNew), replacement::Holds::kNewText);
     EXPECT_EQ(sink.events(trace_event::error), failure("write file"));
@@ -141,14 +140,14 @@ TEST_F(ReplaceAndClose, ThatFailsAfterTheCopyLeavesTheNewText) {
 
 TEST_F(ReplaceAndClose, WhoseTextIsNotFlushedOrCutHoldsTheNewText) {
   {
-    const auto fault = faults::fail(Call::flush, kSomeFailure, 2);
+    const auto fault = faults::fail(Call::flush, kRefused, 2);
     recording_sink sink;
     EXPECT_EQ(replace(kNew), replacement::Holds::kNewText);
     EXPECT_EQ(sink.events(trace_event::error), failure("Can't flush buffers"));
     EXPECT_EQ(text(), kNew);
   }
   open(kOld);
-  const auto fault = faults::fail(Call::set_end, kSomeFailure);
+  const auto fault = faults::fail(Call::set_end, kRefused);
   recording_sink sink;
   EXPECT_EQ(replace(kNew), replacement::Holds::kNewText);
   EXPECT_EQ(sink.events(trace_event::error), failure("Can't truncate file "));
@@ -158,7 +157,7 @@ TEST_F(ReplaceAndClose, WhoseTextIsNotFlushedOrCutHoldsTheNewText) {
 
 TEST_F(ReplaceAndClose, CompletesAnInterruptedOneFirst) {
   {
-    const auto fault = faults::cut_transfer(Call::write, 30, kSomeFailure, 2);
+    const auto fault = faults::cut_transfer(Call::write, 30, kRefused, 2);
     replace(kNew);
   }
   const std::string interrupted = content();
@@ -167,7 +166,7 @@ TEST_F(ReplaceAndClose, CompletesAnInterruptedOneFirst) {
   // If the completion fails, the text of the copy remains the content.
   for (const Call call : {Call::write, Call::flush, Call::set_end}) {
     open(interrupted);
-    const auto fault = faults::fail(call, kSomeFailure);
+    const auto fault = faults::fail(call, kRefused);
     EXPECT_EQ(replace(kOld), replacement::Holds::kOldText);
     EXPECT_EQ(text(), kNew);
   }
@@ -177,7 +176,7 @@ TEST_F(ReplaceAndClose, CompletesAnInterruptedOneFirst) {
 }
 
 TEST_F(ReplaceAndClose, ThatHasNoRoomIsTracedAndWritesNothing) {
-  const auto fault = faults::fail(Call::reserve, kSomeFailure);
+  const auto fault = faults::fail(Call::reserve, kRefused);
   recording_sink sink;
   faults::reset();
   EXPECT_EQ(replace(kNew), replacement::Holds::kOldText);
@@ -187,7 +186,7 @@ TEST_F(ReplaceAndClose, ThatHasNoRoomIsTracedAndWritesNothing) {
 }
 
 TEST_F(ReplaceAndClose, ThatCannotGoToItsPlaceWritesNothing) {
-  const auto fault = faults::fail(Call::seek, kSomeFailure);
+  const auto fault = faults::fail(Call::seek, kRefused);
   recording_sink sink;
   EXPECT_EQ(replace(kNew), replacement::Holds::kOldText);
   EXPECT_EQ(sink.events(trace_event::error), failure("write file"));
@@ -207,7 +206,7 @@ TEST_F(ReplaceAndClose, RefusesAPlaceBeyondTheReachOfTheFilesPosition) {
 
 TEST_F(ReplaceAndClose, OfDigitsThatFailsIsTakenBack) {
   open("00000199");
-  const auto fault = faults::cut_transfer(Call::write, 6, kSomeFailure);
+  const auto fault = faults::cut_transfer(Call::write, 6, kRefused);
   EXPECT_EQ(replace("00000200"), replacement::Holds::kOldText);
   EXPECT_EQ(content(), "00000199");
 }
@@ -239,7 +238,7 @@ TEST_F(ReplaceAndClose, IsPrecededByAReadThatGoesOnAfterAShortOne) {
 TEST_F(ReplaceAndClose, IsPrecededByAReadThatThrowsWhereItFails) {
   for (const std::uint64_t nth : {1U, 2U}) {
     open(kOld);
-    const auto fault = faults::cut_transfer(Call::read, 5, kSomeFailure, nth);
+    const auto fault = faults::cut_transfer(Call::read, 5, kRefused, nth);
     recording_sink sink;
     EXPECT_EQ(thrown_text([&] { read_to_end(m_file); }), "throw exception on read");
     EXPECT_EQ(sink.events(trace_event::error), failure("read file"));

@@ -18,6 +18,7 @@ namespace {
 using os::faults::Call;
 using Peer = stg_index_test_peer;
 using NameMap = STGIndex::NameMap;
+using plain_index::shown;
 
 class IndexLoading : public IndexTest {
  protected:
@@ -293,30 +294,26 @@ TEST_F(IndexLoading, SharesItsHandleWithACopy) {
 
 // FolderFiles: the content of a folder at one moment, and whether the file of a line exists.
 
-using os::faults::Call;
-using Peer = stg_index_test_peer;
-using NameMap = STGIndex::NameMap;
-using plain_index::shown;
+class FolderFilesOfAnIndex : public IndexTest {};
+class IndexLineValidity : public IndexTest {};
 
 bool is_valid(FolderFiles& files, std::string_view key, std::string_view stored) {
   return state_by_listing(key, stored, files) == LineState::kValid;
 }
 
-TEST(FolderFilesOfAnIndex, ListsAtTheFirstQueryAndNotAgain) {
-  const scratch_folder folder;
+TEST_F(FolderFilesOfAnIndex, ListsAtTheFirstQueryAndNotAgain) {
   const std::string path = folder.path();
   FolderFiles files(path);
-  write_file(folder.path("early"), "");
+  folder.write("early");
   EXPECT_TRUE(is_valid(files, "k_0000000001", "early"));
   os::faults::reset();
   EXPECT_EQ(files.entries().size(), 1U);
   EXPECT_EQ(os::faults::calls(Call::list), 0U);
 }
 
-TEST(FolderFilesOfAnIndex, StillShowsAFileThatHasGoneSince) {
-  const scratch_folder folder;
+TEST_F(FolderFilesOfAnIndex, StillShowsAFileThatHasGoneSince) {
   const std::string path = folder.path();
-  write_file(folder.path("gone"), "");
+  folder.write("gone");
   FolderFiles files(path);
   ASSERT_EQ(files.entries().size(), 1U);
   vu_file::remove(folder.path("gone"));
@@ -325,28 +322,25 @@ TEST(FolderFilesOfAnIndex, StillShowsAFileThatHasGoneSince) {
   EXPECT_FALSE(is_valid(now, "k_0000000001", "gone"));
 }
 
-TEST(FolderFilesOfAnIndex, FindsAFileThatHasComeSinceByItself) {
-  const scratch_folder folder;
+TEST_F(FolderFilesOfAnIndex, FindsAFileThatHasComeSinceByItself) {
   const std::string path = folder.path();
   FolderFiles files(path);
   ASSERT_TRUE(files.entries().empty());
-  write_file(folder.path("late.kdb"), "");
+  folder.write("late.kdb");
   EXPECT_TRUE(is_valid(files, "k.kdb_0000000001", "late"));
   EXPECT_FALSE(is_valid(files, "k.kdc_0000000001", "late"));
 }
 
-TEST(FolderFilesOfAnIndex, TakesNoKeyThatIsTooShort) {
-  const scratch_folder folder;
+TEST_F(FolderFilesOfAnIndex, TakesNoKeyThatIsTooShort) {
   const std::string path = folder.path();
-  write_file(folder.path("a"), "");
+  folder.write("a");
   FolderFiles files(path);
   EXPECT_FALSE(is_valid(files, "", "a"));
   EXPECT_FALSE(is_valid(files, "0123456789", "a"));
   EXPECT_TRUE(is_valid(files, "0123456789a", "a"));
 }
 
-TEST(FolderFilesOfAnIndex, IsEmptyForAFolderThatIsMissing) {
-  const scratch_folder folder;
+TEST_F(FolderFilesOfAnIndex, IsEmptyForAFolderThatIsMissing) {
   const std::string path = folder.path("missing");
   FolderFiles files(path);
   EXPECT_TRUE(files.entries().empty());
@@ -354,11 +348,10 @@ TEST(FolderFilesOfAnIndex, IsEmptyForAFolderThatIsMissing) {
   EXPECT_FALSE(is_valid(files, "k_0000000001", "a"));
 }
 
-TEST(FolderFilesOfAnIndex, GivesEachLineItsState) {
-  const scratch_folder folder;
+TEST_F(FolderFilesOfAnIndex, GivesEachLineItsState) {
   const std::string path = folder.path();
-  write_file(folder.path("00000001"), "");
-  write_file(folder.path("00000002"), "");
+  folder.write("00000001");
+  folder.write("00000002");
   struct Worth {
     std::size_t lines;
     std::size_t missing;
@@ -384,10 +377,9 @@ TEST(FolderFilesOfAnIndex, GivesEachLineItsState) {
   EXPECT_EQ(worth("torn\na_0000000001/00000001"), (Worth{2, 0, false}));
 }
 
-TEST(FolderFilesOfAnIndex, NamesTheUnknownEntries) {
-  const scratch_folder folder;
+TEST_F(FolderFilesOfAnIndex, NamesTheUnknownEntries) {
   const std::string path = folder.path();
-  write_file(folder.path("00000001.kdb"), "");
+  folder.write("00000001.kdb");
   const std::string text =
       "a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\nc_0000000001/00000003\n"
       "torn\nd_0000000001/00000004";
@@ -410,12 +402,11 @@ TEST(FolderFilesOfAnIndex, NamesTheUnknownEntries) {
   EXPECT_EQ(fault.hits(), 1U);
 }
 
-TEST(FolderFilesOfAnIndex, AccountsForNoFileThatTheMapsDoNotKnow) {
-  const scratch_folder folder;
+TEST_F(FolderFilesOfAnIndex, AccountsForNoFileThatTheMapsDoNotKnow) {
   const std::string path = folder.path();
   for (const char* const name :
        {"a", "a.a", "b.a", "a.b", "00000001", "00000001.a", "a.a.a", "b.a.q"}) {
-    write_file(folder.path(name), "");
+    folder.write(name);
   }
   make_folder(folder.path("d.a"));
   RandomTexts texts(
@@ -447,10 +438,9 @@ TEST(FolderFilesOfAnIndex, AccountsForNoFileThatTheMapsDoNotKnow) {
   EXPECT_GT(accounted_for, 1000U);
 }
 
-TEST(FolderFilesOfAnIndex, ChecksSingleNamesWhenTheListingFails) {
-  const scratch_folder folder;
+TEST_F(FolderFilesOfAnIndex, ChecksSingleNamesWhenTheListingFails) {
   const std::string path = folder.path();
-  write_file(folder.path("a"), "");
+  folder.write("a");
   const auto fault = os::faults::fail(Call::list, {5, os::Failure::kOther});
   FolderFiles files(path);
   EXPECT_TRUE(is_valid(files, "k_0000000001", "a"));
@@ -458,10 +448,9 @@ TEST(FolderFilesOfAnIndex, ChecksSingleNamesWhenTheListingFails) {
   EXPECT_EQ(fault.hits(), 1U);
 }
 
-TEST(IndexLineValidity, ChecksTheStoredNameAndThenWithTheExtension) {
-  const scratch_folder folder;
-  write_file(folder.path("00000001.kdb"), "");
-  write_file(folder.path("notes.txt"), "");
+TEST_F(IndexLineValidity, ChecksTheStoredNameAndThenWithTheExtension) {
+  folder.write("00000001.kdb");
+  folder.write("notes.txt");
   EXPECT_TRUE(Peer::validIndexLine(folder.path(), "a.kdb_0000000001", "00000001"));
   EXPECT_TRUE(Peer::validIndexLine(folder.path(), "a.kdb_0000000001", "00000001.kdb"));
   EXPECT_TRUE(Peer::validIndexLine(folder.path(), "notes.txt_0000000000", "notes.txt"));
@@ -470,9 +459,8 @@ TEST(IndexLineValidity, ChecksTheStoredNameAndThenWithTheExtension) {
   EXPECT_FALSE(Peer::validIndexLine(folder.path(), "a.kdb_0000000001", "00000002"));
 }
 
-TEST(IndexLineValidity, NeedsTheKeyOnlyWhenTheStoredNameIsNotThere) {
-  const scratch_folder folder;
-  write_file(folder.path("a"), "");
+TEST_F(IndexLineValidity, NeedsTheKeyOnlyWhenTheStoredNameIsNotThere) {
+  folder.write("a");
   EXPECT_TRUE(Peer::validIndexLine(folder.path(), "short", "a"));
   EXPECT_THROW(Peer::validIndexLine(folder.path(), "short", "b"), std::out_of_range);
 }

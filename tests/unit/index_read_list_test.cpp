@@ -64,7 +64,7 @@ TEST(ReadListName, LooksForEachFurtherTabTwoPositionsOn) {
   EXPECT_EQ(ReadList::name_of("\t\t\t\t\t\t\t\t\t\t\t\t"), "\t#\t#\t#\t.kdg");
 }
 
-class ReadListFile : public testing::Test {
+class ReadListFile : public IndexTest {
  protected:
   /// Loads a text, saves it and returns the new text.
   std::string rewritten(const std::string& text) {
@@ -89,14 +89,7 @@ class ReadListFile : public testing::Test {
     ReadList list(folder.path(), "read.txt");
     list.load();
   }
-  bool list_is_free() const {
-    vu_file file(folder.path(), "read.txt");
-    bool lock_failed = true;
-    EXPECT_TRUE(file.try_open(vu_file::o_append, lock_failed, true));
-    return !lock_failed;
-  }
 
-  index_folder folder;
   const std::string a = "1\t2\tA\ta\t5\t6\t";  // a#5#1#2.kda
   const std::string b = "1\t2\tA\tb\t5\t6\t";
   const std::string c = "1\t2\tA\tc\t5\t6\t";
@@ -159,7 +152,7 @@ TEST_F(ReadListFile, IsNotHeldOpenInBetween) {
   folder.write("read.txt", a + "\n");
   ReadList list(folder.path(), "read.txt");
   list.load();
-  EXPECT_TRUE(list_is_free());
+  EXPECT_TRUE(is_free("read.txt"));
 }
 
 TEST_F(ReadListFile, UnescapesTheSecondFieldOfALine) {
@@ -209,7 +202,7 @@ TEST_F(ReadListFile, ThatCannotBeLoadedIsNeverSaved) {
     EXPECT_THROW(load_and_save(), std::bad_alloc);
   }
   EXPECT_EQ(folder.read("read.txt"), text);
-  EXPECT_TRUE(list_is_free());
+  EXPECT_TRUE(is_free("read.txt"));
 }
 
 TEST_F(ReadListFile, ThatCannotBeSavedRaises) {

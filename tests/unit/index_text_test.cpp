@@ -26,24 +26,19 @@ using PlainLine = plain_index::line;
 using plain_index::shown;
 
 /// A folder with files, and the maps that are loaded from a text.
-class IndexText : public testing::Test {
+class IndexText : public IndexTest {
  protected:
-  void make_files(const std::vector<std::string>& names) {
-    for (const std::string& name : names) write_file(m_folder.path(name), "x");
+  void make_files(const std::vector<std::string>& names) const {
+    for (const std::string& name : names) folder.write(name, "x");
   }
   void load(const std::string& text) {
     lp.clear();
     pl.clear();
-    Peer::string2Maps(folder(), text, lp, pl);
+    Peer::string2Maps(folder.path(), text, lp, pl);
   }
-  const std::string& folder() const { return m_folder.path(); }
-  std::string path(const std::string& name) const { return m_folder.path(name); }
 
   NameMap lp;
   NameMap pl;
-
- private:
-  scratch_folder m_folder;
 };
 
 TEST_F(IndexText, GivesBothDirectionsOfEveryValidLine) {
@@ -73,7 +68,7 @@ TEST_F(IndexText, WithoutASlashLeavesTheMapsUnchanged) {
   for (const std::string text : {"", " ", "\n", "a_0000000001", "a\na\na\n"}) {
     lp = {{"kept", "1"}};
     pl = {{"2", "kept"}};
-    Peer::string2Maps(folder(), text, lp, pl);
+    Peer::string2Maps(folder.path(), text, lp, pl);
     EXPECT_EQ(lp, (NameMap{{"kept", "1"}})) << shown(text);
     EXPECT_EQ(pl, (NameMap{{"2", "kept"}})) << shown(text);
   }
@@ -83,7 +78,7 @@ TEST_F(IndexText, OverwritesNothingThatIsInTheMapsAlready) {
   make_files({"00000001", "00000002"});
   lp = {{"k_0000000001", "00000009"}};
   pl = {{"00000002", "other_0000000001"}};
-  Peer::string2Maps(folder(), "k_0000000001/00000001\nm_0000000001/00000002\n", lp, pl);
+  Peer::string2Maps(folder.path(), "k_0000000001/00000001\nm_0000000001/00000002\n", lp, pl);
   EXPECT_EQ(lp, (NameMap{{"k_0000000001", "00000009"}, {"m_0000000001", "00000002"}}));
   EXPECT_EQ(pl, (NameMap{{"00000002", "other_0000000001"}, {"00000001", "k_0000000001"}}));
 }
@@ -152,7 +147,7 @@ TEST_F(IndexText, CountsACarriageReturnAsPartOfThePhysicalName) {
 }
 
 TEST_F(IndexText, TakesWhateverAnExistenceTestFinds) {
-  make_folder(path("sub"));
+  make_folder(folder.path("sub"));
   make_files({"00000001.kdb", "sub\\inner"});
   // The folder itself, its parent, patterns, and paths through a sub-folder.
   for (const std::string stored : {"", ".", "..", "*", "0000000?.kdb", "*.kdb", "sub", "sub\\inner",
@@ -160,12 +155,12 @@ TEST_F(IndexText, TakesWhateverAnExistenceTestFinds) {
     load("k_0000000001/" + stored + "\n");
     EXPECT_EQ(lp, (NameMap{{"k_0000000001", stored}})) << stored;
     EXPECT_EQ(pl, (NameMap{{stored, "k_0000000001"}})) << stored;
-    EXPECT_TRUE(Peer::validIndexLine(folder(), "k_0000000001", stored)) << stored;
+    EXPECT_TRUE(Peer::validIndexLine(folder.path(), "k_0000000001", stored)) << stored;
   }
   for (const std::string stored : {"x*", "0000000?.kdc", "sub\\other", "..\\no such thing"}) {
     load("k_0000000001/" + stored + "\n");
     EXPECT_TRUE(lp.empty()) << stored;
-    EXPECT_FALSE(Peer::validIndexLine(folder(), "k_0000000001", stored)) << stored;
+    EXPECT_FALSE(Peer::validIndexLine(folder.path(), "k_0000000001", stored)) << stored;
   }
 }
 
@@ -239,7 +234,7 @@ TEST_F(IndexText, DistinguishesTheExtensionsOfGluedLines) {
 }
 
 TEST_F(IndexText, TakesAGluedLineWhoseNameIsAPath) {
-  make_folder(path("d"));
+  make_folder(folder.path("d"));
   make_files({"d\\e"});
   load("abc\nkey_0000000001/d/e");
   EXPECT_EQ(lp, (NameMap{{"abc\nkey_0000000001", "d/e"}, {"key_0000000001", "d/e"}}));
@@ -249,7 +244,7 @@ TEST_F(IndexText, TakesAGluedLineWhoseNameIsAPath) {
 constexpr std::size_t kTexts = kOnWindows ? 300 : 4000;
 
 TEST_F(IndexText, OfRandomPiecesGivesThePlainMaps) {
-  make_folder(path("d"));
+  make_folder(folder.path("d"));
   make_files({"a", "a.a", "00000001", "00000002.a", "b.a", "d\\a", ".a"});
   std::vector<std::string> pieces = {"a",
                                      "/",
@@ -284,7 +279,7 @@ TEST_F(IndexText, OfRandomPiecesGivesThePlainMaps) {
     const std::string text = texts.next(16);
     NameMap expected_lp;
     NameMap expected_pl;
-    plain_index::load(folder(), text, expected_lp, expected_pl);
+    plain_index::load(folder.path(), text, expected_lp, expected_pl);
     load(text);
     ASSERT_EQ(lp, expected_lp) << shown(text);
     ASSERT_EQ(pl, expected_pl) << shown(text);
@@ -314,7 +309,7 @@ TEST_F(IndexText, AnswersForOneNameAsTheMapsDo) {
     const std::string text = texts.next(12);
     NameMap expected_lp;
     NameMap expected_pl;
-    plain_index::load(folder(), text, expected_lp, expected_pl);
+    plain_index::load(folder.path(), text, expected_lp, expected_pl);
     std::map<std::string, long> expected = {{"b.a", -1}, {"b", -1}, {"", -1}, {"nobody", -1}};
     for (const PlainLine& line : plain_index::lines(text)) {
       if (line.key.size() >= 11) expected.emplace(line.key.substr(0, line.key.size() - 11), -1);
@@ -325,7 +320,7 @@ TEST_F(IndexText, AnswersForOneNameAsTheMapsDo) {
       ++found;
       run_on += key.find('\n') != std::string::npos ? 1U : 0U;
     }
-    FolderFiles files(folder());
+    FolderFiles files(folder.path());
     for (const auto& [name, latest] : expected) {
       index_format::LinesOfName lines(text, name);
       Line line;
@@ -351,7 +346,7 @@ TEST_F(IndexText, AnswersForOneKeyAsTheMapsDo) {
     const std::string text = texts.next(10);
     NameMap expected_lp;
     NameMap expected_pl;
-    plain_index::load(folder(), text, expected_lp, expected_pl);
+    plain_index::load(folder.path(), text, expected_lp, expected_pl);
     // A key without a line, and every key of a line, valid or not.
     std::map<std::string, bool> keys = {{"b.a_0000000001", true}, {"nobody_0000000001", true}};
     for (const PlainLine& line : plain_index::lines(text)) keys[line.key] = true;
@@ -360,7 +355,7 @@ TEST_F(IndexText, AnswersForOneKeyAsTheMapsDo) {
       Line line;
       std::string stored = "none";
       while (lines.next(line)) {
-        if (!plain_index::is_valid(folder(), key, std::string(line.stored))) continue;
+        if (!plain_index::is_valid(folder.path(), key, std::string(line.stored))) continue;
         stored = line.stored;
         break;
       }
@@ -377,7 +372,7 @@ TEST_F(IndexText, CostsOneListingAndNothingPerLine) {
   std::string text;
   for (int i = 1; i <= 200; ++i) {
     const std::string number = std::to_string(10000000 + i);
-    write_file(path(number + ".kdb"), "");
+    write_file(folder.path(number + ".kdb"), "");
     text += "doc" + number + ".kdb_0000000001/" + number + "\n";
   }
   os::faults::reset();
