@@ -11,10 +11,10 @@
 #include "platform/host/trace.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
+#include "storage/common.h"
 #include "storage/guard.h"
 #include "storage/layout.h"
 #include "storage/roots.h"
-#include "storage/steps.h"
 #include "storage/storage_mutex.h"
 #include "vu_storage.h"
 

@@ -5,9 +5,9 @@
 #include "index/width.h"
 #include "platform/host/trace.h"
 #include "stg_index.h"
+#include "storage/common.h"
 #include "storage/guard.h"
 #include "storage/layout.h"
-#include "storage/steps.h"
 #include "vu_storage.h"
 
 using storage::guarded;

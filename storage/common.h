@@ -6,7 +6,7 @@
 #include "vu_file.h"
 
 /// @file
-/// Steps that several operations share.
+/// What several operations of vu_storage share: creating a folder, opening the caller's handle.
 
 enum class Folder : std::uint8_t { kWasThere, kWasMissing };
 
