@@ -109,7 +109,7 @@ bool may_be_made_here(std::string_view name) {
 }
 
 /// @return the characters in the name. @throws Refusal if the guard refuses the name
-std::uint8_t guarded(const Store& store, const char* what, std::string_view name) {
+std::uint8_t checked_characters(const Store& store, const char* what, std::string_view name) {
   const std::uint8_t characters = characters_of(name);
   if (store.guard == Guard::kOff) return characters;
   if (const char* const why = why_refused(name, characters)) refuse(what, name, why);
@@ -147,13 +147,13 @@ std::string owner_of(const Store& store, const char* owner) {
   if (!is_named && store.guard == Guard::kOff) throw Refusal{VU_USAGE, "the owner is empty", {}};
   if (!is_named) refuse("the owner", "", "it is empty");
   const std::string_view name = owner;
-  return narrow("the owner", name, guarded(store, "the owner", name));
+  return narrow("the owner", name, checked_characters(store, "the owner", name));
 }
 
 std::string entry_of(const Store& store, const char* text) {
   require(text, "the name");
   const std::string_view name = text;
-  const bool is_foreign = (guarded(store, "the name", name) & kForeign) != 0;
+  const bool is_foreign = (checked_characters(store, "the name", name) & kForeign) != 0;
   require(!name.empty(), "the name is empty");
   if (!is_foreign) return std::string(name);
   // The index stores the name unchanged. Only its extension becomes part of a file name.
@@ -166,7 +166,7 @@ std::string entry_of(const Store& store, const char* text) {
 
 std::string file_name_of(const Store& store, const char* what, const char* name) {
   require(name, what);
-  return narrow(what, name, guarded(store, what, name));
+  return narrow(what, name, checked_characters(store, what, name));
 }
 
 std::string path_of(const char* path) {
