@@ -9,7 +9,8 @@
 #include "vu_i18n.h"
 
 /// Opens the trace scope of an operation of the file layer, at the level that all of them have. The
-/// arguments are the pieces of the label, if the operation has one.
+/// arguments are the pieces of the label, if the operation has one. The scope is vu_trace_scope, as
+/// with VU_TRACE_SCOPE; the members of the handles pass it to HandleCore.
 #define VU_FILE_SCOPE(...) VU_TRACE_SCOPE("vu_file", vu_host::trace_level::xl, __VA_ARGS__)
 
 /// Removes the next non-empty line from the front of @p rest. A line is the text before a line

@@ -54,6 +54,7 @@ void HandleCore::trace_failure(const char* what, std::int32_t error, trace_event
       // Without memory for the path, the listener gets the texts only.
     }
   }
+  // Not VU_ERROR_IN: both records name the line of the caller.
   const vu_host::trace_site site = m_operation.at(line);
   trace::emit(site, event, what, " : ", m_directory, "\\", m_file_name);
   std::string text;

@@ -66,6 +66,7 @@ bool vu_storage::initRootStorage(const std::string& root, bool useDomain, bool s
     const vu_host::trace_site here = vu_trace_scope.at(__LINE__);
     const std::string text = "**ERROR:ztVuStorage:root storage already initialized [vu_storage;" +
                              std::to_string(here.line) + "]";
+    // Not VU_ERROR: the text contains the line of its record.
     if (trace::wanted(vu_host::trace_event::error))
       trace::emit(here, vu_host::trace_event::error, text);
     host::record_history(text, 4, 0, 0);

@@ -12,7 +12,7 @@
 /// Tracing by the library's own code.
 ///
 /// An operation opens its scope with VU_TRACE_SCOPE and traces its decisions with the record
-/// macros. Each of them is one statement with its pieces in order:
+/// macros. A record is one statement with its pieces in order; the scope is a few declarations:
 ///
 ///     VU_TRACE_SCOPE(kSource, vu_host::trace_level::m, "vu_storage::OpenWrite: ", owner, entry);
 ///     VU_WARNING("vu_file::size : '", path, "' not exists");
@@ -76,7 +76,9 @@ struct ScopeSite {
   vu_host::trace_level level;
 };
 
-/// The scope of one operation, on the stack frame of that operation.
+/// The scope of one operation, on the stack frame of that operation. VU_TRACE_SCOPE constructs it
+/// and calls begin() once. The destructor ends the scope if the sink received its begin. Errors:
+/// nothing throws. Threads: that of the operation.
 class Scope {
  public:
   /// @param where must outlive the scope.
@@ -147,18 +149,19 @@ void emit_message(const vu_host::trace_site& site, const Pieces&... pieces) noex
 #endif
 
 /// Opens the operation's scope at a level, with the pieces of its label (none for no label). It is
-/// the first statement of an operation. The scope is the object vu_trace_scope, which the operation
-/// can pass to its helpers.
+/// the first line of an operation. The scope is the object vu_trace_scope: the record macros below
+/// use it, and the operation can pass it to its helpers.
 #define VU_TRACE_SCOPE(source, level, ...)                                                      \
   static constexpr trace::ScopeSite vu_trace_site{{(source), __LINE__, VU_SIGNATURE}, (level)}; \
   trace::Scope vu_trace_scope(vu_trace_site);                                                   \
   vu_trace_scope.begin(__VA_ARGS__)
 
 /// A record at a level, or an event, in the given scope.
-#define VU_RECORD_IN(scope, kind, ...)                        \
-  do {                                                        \
-    if (trace::wanted(kind)) [[unlikely]]                     \
-      trace::emit((scope).at(__LINE__), (kind), __VA_ARGS__); \
+#define VU_RECORD_IN(scope, kind, ...)                                \
+  do {                                                                \
+    const auto vu_record_kind = (kind);                               \
+    if (trace::wanted(vu_record_kind)) [[unlikely]]                   \
+      trace::emit((scope).at(__LINE__), vu_record_kind, __VA_ARGS__); \
   } while (false)
 #define VU_TRACE_XS_IN(scope, ...) VU_RECORD_IN(scope, vu_host::trace_level::xs, __VA_ARGS__)
 #define VU_WARNING_IN(scope, ...) VU_RECORD_IN(scope, vu_host::trace_event::warning, __VA_ARGS__)
