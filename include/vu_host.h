@@ -58,7 +58,7 @@ class VU_STORAGE_API trace_sink {
   /// @blocking{no}
   trace_sink() = default;
   /// The library never destroys the object: the host owns it.
-  /// @blocking{no} @threads{any, after the last call into the library}
+  /// @blocking{no}
   virtual ~trace_sink();
 
   /// @param level the level.
@@ -191,7 +191,7 @@ class VU_STORAGE_API configuration {
   /// @blocking{no} @threads{any}
   configuration() = default;
   /// The library never destroys the object: the host owns it.
-  /// @blocking{no} @threads{any, after the last call into the library}
+  /// @blocking{no}
   virtual ~configuration();
 
   /// Called by the initialisation. An exception is traced. The next operation then initialises
@@ -217,7 +217,7 @@ class VU_STORAGE_API temporary_files {
   /// @blocking{no} @threads{any}
   temporary_files() = default;
   /// The library never destroys the object: the host owns it.
-  /// @blocking{no} @threads{any, after the last call into the library}
+  /// @blocking{no}
   virtual ~temporary_files();
 
   /// Called before server_folder(), with the labels of the library.
@@ -299,7 +299,7 @@ class VU_STORAGE_API component_factory {
   /// @blocking{no}
   component_factory() = default;
   /// The library never destroys the object: the host owns it.
-  /// @blocking{no} @threads{any, after the last call into the library}
+  /// @blocking{no}
   virtual ~component_factory();
 
   /// Called again for every record; the library keeps no component.
