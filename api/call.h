@@ -25,7 +25,7 @@ struct Refusal {
 };
 
 /// The result of the calling thread's last call. It allocates nothing, and so can report
-/// VU_NO_MEMORY.
+/// VU_NO_MEMORY. Longer texts are cut. Each thread has its own, see last_problem().
 class Problem {
  public:
   static constexpr std::size_t kRoom = 1024;
@@ -55,7 +55,9 @@ Problem& last_problem() noexcept;
 
 struct ThreadState;
 
-/// One call. During its life it receives what the library traces on its thread.
+/// One call, from its construction by run() to end(). During its life it receives what the library
+/// traces on its thread. A callback can make calls: then the inner one is current() until its end.
+/// Nothing throws. current() requires a call on this thread.
 class Call final : public trace::Listener {
  public:
   explicit Call(const char* operation) noexcept;

@@ -25,6 +25,8 @@ struct State {
   }
 };
 
+/// A place of the table. `state` says who may use `object`: the threads that it counts, and the one
+/// that adds it or takes it out.
 struct Slot {
   std::atomic<std::uint64_t> state = 0;
   std::unique_ptr<Object> object;
@@ -38,6 +40,7 @@ constexpr std::size_t kBlocks = (std::size_t{1} << kSlotBits) / kInBlock;
 /// Blocks are created on demand and never freed, so that a lookup needs no lock.
 constinit std::array<std::atomic<Slot*>, kBlocks> g_blocks{};
 
+/// The places for new handles, and how many blocks exist. Hold `mutex` to use the others.
 struct FreePlaces {
   std::mutex mutex;
   std::vector<std::uint32_t> places;

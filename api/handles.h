@@ -16,6 +16,7 @@ enum class Sharing : std::uint8_t {
   kExclusive,  ///< one call at a time
 };
 
+/// What a handle refers to. Derived classes are final; the Kind of the handle says which one it is.
 class Object {
  public:
   virtual ~Object() = default;
@@ -35,7 +36,8 @@ Found take_out(const void* handle, Kind kind, std::unique_ptr<Object>& object) n
 
 }  // namespace handles
 
-/// Uses the object of a handle during one call.
+/// Uses the object of a handle during one call. Check found() first: object() is valid only after
+/// Found::kYes. No other thread can close the handle during that time. Nothing throws.
 class Use {
  public:
   Use(const void* handle, Kind kind, Sharing sharing) noexcept

@@ -39,6 +39,7 @@ bool is_bucket_name(std::string_view name) {
   return name.size() >= 8 && name.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
+/// Passes the entries of one owner to the callback. Errors: tell() lets out what go_on() throws.
 struct Listing {
   std::int32_t area;
   std::string owner;

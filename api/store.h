@@ -29,6 +29,7 @@ struct Store final : Object {
 
 enum class Direction : std::uint8_t { kReads, kWrites };
 
+/// The object of a stream handle. Its destructor closes the file. One call at a time uses it.
 struct Stream final : Object {
   vu_file file;
   Direction direction = Direction::kReads;
@@ -109,6 +110,7 @@ bool find_folder(const Address& address, bool create, std::string& folder);
 /// VU_LOCK_TIMEOUT
 void wait_for_index(const std::string& folder);
 
+/// Where a version is: its folder, and the name of its file in there.
 struct Place {
   std::string folder;
   std::string file;

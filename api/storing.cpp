@@ -26,6 +26,7 @@
 namespace api {
 namespace {
 
+/// The bytes to store: the caller's memory, or a file.
 struct Source {
   const void* bytes = nullptr;
   std::size_t size = 0;

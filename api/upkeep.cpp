@@ -62,6 +62,7 @@ vu_status remove_owner(const Store& store, const char* owner) {
   return VU_DONE;
 }
 
+/// The arguments of vu_clean(), and its decision about one version.
 struct Cleaning {
   std::int32_t area;
   std::int64_t older_than;

@@ -14,7 +14,8 @@
 class vu_fileutf8;
 
 /// What differs between the narrow and the UTF-8 handle. vu_file.cpp and vu_fileutf8.cpp contain
-/// one implementation each.
+/// one implementation each, a constant without state. So any number of threads may use it. Errors:
+/// a member may throw what its conversions throw; open() reports a failure of the system as status.
 class HandleSpelling {
  public:
   /// Opens @p path, which the spelling may convert first.

@@ -7,6 +7,9 @@
 
 /// A folder that is open while it is emptied. If somebody replaces it by a link, the removal still
 /// reaches only the entries of this folder. On Windows it is not open, see os::open_folder().
+///
+/// Errors: a folder that cannot be opened has no entries. A close that fails is traced.
+/// Threads: one at a time.
 class OpenFolder {
  public:
   /// @param name the path for traces; it and @p operation must outlive this object.

@@ -89,7 +89,8 @@ std::size_t position_of(const IndexState& index, std::string_view name) {
   return files.listed(name, files.ask(name));
 }
 
-/// Decides which entries are removed, and reports the others with their ages.
+/// Decides which entries are removed, and reports the others with their ages. Order of calls:
+/// out_of_date(); then keeps() for each of them again, directly before its removal.
 class Selection {
  public:
   Selection(const IndexState& index, const vu_utf8string& base, Limit limit, STGIndex::AgeMap& kept)
@@ -134,7 +135,7 @@ class Selection {
 };
 
 /// The names in the folder, in UTF-8, from one listing before the first removal. The listing of the
-/// load is used where its narrow names are the same bytes.
+/// load is used where its narrow names are the same bytes. Call orphans() after the removals.
 class Names {
  public:
   /// @param is_loaded_stale whether the load has renamed files after its listing.

@@ -11,10 +11,10 @@
 #include "index/index_reader.h"
 
 /// The files of a listing that an index certainly knows, so that they are not adopted. The others
-/// have to be looked up in the maps. There are no others if only the library writes to the folder.
+/// have to be looked up in the index. There are no others if only the library writes to the folder.
 ///
-/// The maps know a file by the first line that has its name, or its name without the extension, as
-/// the physical name:
+/// The index knows a file by the first line that has its name, or its name without the extension,
+/// as the physical name:
 ///
 ///     a.kdb_0000000001/00000007       makes 00000007.kdb known
 ///     notes.txt_0000000000/notes.txt  makes notes.txt known, unless the line below comes first

@@ -31,6 +31,9 @@ std::uint64_t head_of(std::string_view text) {
   return head;
 }
 
+/// Collects entries as pairs of file name and logical name, and sorts them. Order of calls: add()
+/// or add_made() for each entry in the order of the keys; then fill() once. Of several entries with
+/// one file, the first one counts. Names are views: the listing and the keys must outlive it.
 class NameList {
  public:
   explicit NameList(const FolderFiles& files) : m_files(files) {}

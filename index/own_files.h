@@ -12,6 +12,9 @@
 /// With the rule the file is created exclusively, and names of existing files are skipped. If the
 /// counter cannot be used, the creation throws. An entry that exists gets no other file. The rule
 /// applies while the object exists. Nested objects are allowed; the innermost one notes the files.
+///
+/// Errors: constructor and destructor do not throw. Threads: the object stays in its block, on the
+/// thread that constructed it.
 class OwnFiles {
  public:
   OwnFiles() noexcept;

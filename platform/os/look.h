@@ -60,7 +60,8 @@ struct Entry {
 };
 
 /// One walk through a folder in the system's order, without "." and "..". It uses one buffer for
-/// any number of names.
+/// any number of names. Order of calls: open() or open_below(), then next() until it returns false;
+/// both can be opened again. Threads: one at a time.
 class Folder {
  public:
   Folder();
@@ -88,7 +89,8 @@ class Folder {
 Info describe(const std::string& path);
 
 /// A plain file that is open for reading; open() fails for anything else, and for a link. Where the
-/// system allows it, the access time does not change.
+/// system allows it, the access time does not change. open() first closes the file that was open
+/// before. Threads: one at a time.
 class QuietFile {
  public:
   QuietFile() = default;
