@@ -151,8 +151,8 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
   };
   bool is_copied = false;
   try {
-    // Required: the old entry stays in both maps. The save removes its file, so it does not write
-    // the entry back.
+    // Required: the old entry stays, by its key and by its physical name. The save removes its
+    // file, so it does not write the entry back.
     m_state->remove_after_save(old_file, IndexState::IfItStays::kNothing);
     if (replaces) {
       replaced_file = index_format::file_name_of(new_key, *m_state->find(new_key));
