@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <set>
@@ -65,6 +66,19 @@ os::Status make_folders(const std::string& path, std::string& failed) {
   if (made.ok() || sys::describe(path).kind == sys::Kind::kFolder) return {};
   failed = path;
   return made;
+}
+
+using Keys = std::set<std::string, std::less<>>;
+
+/// The lines of the index without those of some keys. Blank lines are dropped. Unknown entries
+/// stay, as in a save of the library: their files may exist.
+std::vector<std::string> lines_without(const FolderView& view, const Keys& keys) {
+  std::vector<std::string> lines;
+  for (const LintedLine& line : IndexLint(view)) {
+    const bool is_unwanted = line.verdict != Verdict::kUnknown && keys.contains(line.key);
+    if (!line.is_blank() && !is_unwanted) lines.emplace_back(line.raw);
+  }
+  return lines;
 }
 
 bool has_documents(const FolderView& view) {
@@ -317,19 +331,17 @@ void NewVersions::move_files() {
 }
 
 /// The text of the index with the new entries, in the library's order. Dangling entries stay,
-/// except those with a new key.
+/// except those with a new key. A new entry precedes an unknown one with its key: readers find it.
 std::string NewVersions::text_with_lines() const {
   std::vector<std::string> lines;
-  std::set<std::string, std::less<>> keys;
+  Keys keys;
   for (const Item& item : m_items) {
     if (!item.is_new_pending()) continue;
     std::string key = item.version->key();
     lines.push_back(key + "/" + item.stored);
     keys.insert(std::move(key));
   }
-  for (const LintedLine& line : IndexLint(m_index.view)) {
-    if (!line.is_blank() && !keys.contains(line.key)) lines.emplace_back(line.raw);
-  }
+  std::ranges::move(lines_without(m_index.view, keys), std::back_inserter(lines));
   sort_by_key(lines);
   return index_text_of(lines);
 }
@@ -432,16 +444,11 @@ bool Removal::remove_files() {
     return status.failure() != os::Failure::kLocked;
   }
   const IndexNames names(m_index.view);
-  std::set<std::string, std::less<>> gone;
+  Keys gone;
   for (OldVersion* const each : m_what.versions) {
     if (remove(*each, names)) gone.insert(each->key());
   }
-  if (gone.empty()) return true;
-  std::vector<std::string> lines;
-  for (const LintedLine& line : IndexLint(m_index.view)) {
-    if (!line.is_blank() && !gone.contains(line.key)) lines.emplace_back(line.raw);
-  }
-  m_index.new_text = index_text_of(lines);
+  if (!gone.empty()) m_index.new_text = index_text_of(lines_without(m_index.view, gone));
   return true;
 }
 

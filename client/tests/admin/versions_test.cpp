@@ -6,6 +6,10 @@
 #include "stg_index.h"
 #include "vu_file.h"
 
+#if !defined(_WIN32)
+#include <unistd.h>
+#endif
+
 using admin::Area;
 using admin::NewVersion;
 using admin::NewVersions;
@@ -170,6 +174,38 @@ TEST_F(AdminNewVersions, KeepDanglingEntries) {
                 "z.kdc_0000000000/00000003\n");
   EXPECT_EQ(served("gone.kdc"), "anew");
 }
+
+#if !defined(_WIN32)
+
+TEST_F(AdminNewVersions, KeepAnUnknownEntryBesideOneWithoutItsFile) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs to change the user";
+  namespace fs = std::filesystem;
+  add(Area::kUser, "anna", "a.kdc", 0, "old");
+  const std::string lines = read_file(path("index.dat"));
+  // A file with only the physical name makes the first line valid, but readers do not open it.
+  write_file(path("00000007"), "no reader opens it");
+  const std::string unknown = "z.kdc_0000000000/elsewhere\\x\n";
+  write_file(path("index.dat"), lines + "z.kdc_0000000000/00000007\n" + unknown);
+  fs::create_directory(path("elsewhere"));
+  NewVersion one = version("z.kdc", "anew");
+  for (const fs::path& each :
+       {fs::path(place("x").path), fs::path(path("index.dat")), fs::path(path("index")),
+        fs::path(system_form(root())), fs::path(one.source).parent_path()})
+    fs::permissions(each, fs::perms::all);
+  fs::permissions(path("elsewhere"), fs::perms::none);
+  ASSERT_EQ(seteuid(65534), 0);
+  {
+    NewVersions work(place("x"), {});
+    if (work.stage(one)) NewVersions::enter({&work});
+  }
+  const std::string found = served("z.kdc");
+  ASSERT_EQ(seteuid(0), 0);
+  EXPECT_EQ(one.fate, Fate::kStored) << one.reason;
+  EXPECT_EQ(found, "anew");
+  EXPECT_EQ(read_file(path("index.dat")), lines + "z.kdc_0000000000/00000008\n" + unknown);
+}
+
+#endif
 
 TEST_F(AdminNewVersions, GiveUpALockedIndexAfterTheTimeOut) {
   add(Area::kUser, "anna", "a.kdc", 0, "old");
