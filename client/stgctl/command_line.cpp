@@ -174,6 +174,18 @@ std::vector<std::string> options_of(const CLI::App& command, const CLI::App& app
   return names;
 }
 
+/// What to do about an unexpected option: where it belongs, or which one is similar; can be empty.
+/// @param name "stgctl init"
+std::string hint_for(const std::string& word, const CLI::App& command, const CLI::App& app,
+                     const std::string& name) {
+  const std::string option = word.substr(0, word.find('='));
+  if (!option.starts_with('-')) return {};
+  // Only an option before its command is known and still unexpected.
+  if (command.get_option_no_throw(option) != nullptr)
+    return formatted("; '{}' follows the command: '{} {}'", option, name, option);
+  return option.starts_with("--") ? did_you_mean(option, options_of(command, app)) : "";
+}
+
 /// Prints the requested help, or the error of an invalid command line. @return the exit code.
 Exit tell_parse_result(const CLI::App& app, const CLI::ParseError& result, Output& out) {
   if (result.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
@@ -199,14 +211,12 @@ Exit tell_parse_result(const CLI::App& app, const CLI::ParseError& result, Outpu
                         did_you_mean(first, names_below(*command)), name));
     return Exit::kUsage;
   }
-  const std::string hint = first.starts_with("--") ? did_you_mean(first.substr(0, first.find('=')),
-                                                                  options_of(*command, app))
-                                                   : "";
   // The parser returns them in reverse order.
   const std::string text = dynamic_cast<const CLI::ExtrasError*>(&result) != nullptr
                                ? "not expected: " + joined(remaining, " ")
                                : std::string(result.what());
-  out.error(formatted("{}{}; see '{} --help'", shown(text), hint, name));
+  out.error(
+      formatted("{}{}; see '{} --help'", shown(text), hint_for(first, *command, app, name), name));
   return Exit::kUsage;
 }
 

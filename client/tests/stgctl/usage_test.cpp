@@ -236,6 +236,13 @@ TEST_F(ClientEasy, GuessesWhatWasMeant) {
   told({"quarantine", "expire", "--keep", "3d"},
        "not expected: --keep 3d; see 'stgctl quarantine expire --help'");
   told({"put", "x", "--repalce"}, "did you mean '--replace'?; see 'stgctl put --help'");
+  // Options of a command follow it.
+  told({"--yes", "init"},
+       "not expected: --yes; '--yes' follows the command: 'stgctl init --yes'; see 'stgctl init "
+       "--help'");
+  told({"-n", "put", "x"}, "'-n' follows the command: 'stgctl put -n'");
+  told({"keys", "--yes", "set", "f", "a=b"},
+       "'--yes' follows the command: 'stgctl keys set --yes'");
   told({"index", "restore", "--at"}, "'stgctl index restore --help'");
   EXPECT_EQ(run({"nothing-like-it"}).err.find("did you mean"), std::string::npos);
 }
