@@ -16,18 +16,6 @@ using admin::LimitFor;
 using admin::Loss;
 
 constexpr const char* kWhatIfSchema = "stgctl.what-if/1";
-constexpr std::int64_t kHour = 3600;
-constexpr std::int64_t kDay = 24 * kHour;
-
-/// The number in the largest unit that measures it: "37d", and in words "37 days".
-std::pair<std::string, std::string> limit_texts(std::int64_t seconds) {
-  const bool in_days = seconds >= kDay && seconds % kDay == 0;
-  const bool in_hours = seconds >= kHour && seconds % kHour == 0;
-  const std::string unit = in_days ? "day" : in_hours ? "hour" : "second";
-  const std::int64_t number = seconds / (in_days ? kDay : in_hours ? kHour : 1);
-  return {formatted("{}{}", number, unit[0]),
-          formatted("{} {}{}", number, unit, number == 1 ? "" : "s")};
-}
 
 Json json_of(const Loss& loss) {
   return {{"versions", loss.versions}, {"documents", loss.documents}, {"bytes", loss.bytes}};
@@ -49,7 +37,7 @@ Json json_of(const Curve& curve) {
 Json json_of(std::uint64_t target, const LimitFor& limit) {
   Json fields = {{"bytes", target}, {"reached", limit.is_needless || limit.limit.has_value()}};
   if (limit.limit) {
-    fields["limit"] = limit_texts(*limit.limit).first;
+    fields["limit"] = exact_age(*limit.limit).typed;
     fields["limit_seconds"] = *limit.limit;
   }
   fields["lost"] = json_of(limit.loss);
@@ -101,41 +89,6 @@ void show_text(Context& context, const admin::Forecast& forecast, bool by_access
   if (target)
     out.print("{}\n", out.styled(Style::kBold, sentence_for(*target, forecast.limit_for(*target))));
 }
-
-}  // namespace
-
-std::string sentence_for(std::uint64_t target, const LimitFor& limit) {
-  if (limit.is_needless) {
-    return formatted("to reach {} nothing must be removed: the size is {}", format_bytes(target),
-                     format_bytes(limit.kept));
-  }
-  if (!limit.limit) {
-    return formatted("to reach {} no age limit is enough: the youngest versions alone are larger",
-                     format_bytes(target));
-  }
-  const auto [typed, in_words] = limit_texts(*limit.limit);
-  return formatted(
-      "to reach {} the limit is {} (--older-than {}): {} in {} versions are removed, {} documents "
-      "are lost, {} stay",
-      format_bytes(target), in_words, typed, format_bytes(limit.loss.bytes), limit.loss.versions,
-      limit.loss.documents, format_bytes(limit.kept));
-}
-
-admin::Forecast forecast_of(Context& context, const admin::Scope& scope, bool by_access,
-                            std::int64_t now) {
-  auto asked = context.walk<admin::ForecastOptions>();
-  asked.scope = scope;
-  asked.by_access = by_access;
-  asked.now = now;
-  Progress progress(context.out(), "counting", asked);
-  admin::Forecast forecast;
-  walk_whole([&](const admin::FailureSink& failed) {
-    return admin::forecast_cleaning(context.tree(), asked, failed, forecast);
-  });
-  return forecast;
-}
-
-namespace {
 
 /// Shows for each age limit what a clean frees and loses. Changes nothing.
 /// @param target the size to reach, if given.

@@ -163,4 +163,37 @@ std::vector<FoundEntry> versions_of(Context& context, const EntryOptions& option
   return found;
 }
 
+// ---- what a clean would free -------------------------------------------------------------------
+
+admin::Forecast forecast_of(Context& context, const admin::Scope& scope, bool by_access,
+                            std::int64_t now) {
+  auto asked = context.walk<admin::ForecastOptions>();
+  asked.scope = scope;
+  asked.by_access = by_access;
+  asked.now = now;
+  Progress progress(context.out(), "counting", asked);
+  admin::Forecast forecast;
+  walk_whole([&](const admin::FailureSink& failed) {
+    return admin::forecast_cleaning(context.tree(), asked, failed, forecast);
+  });
+  return forecast;
+}
+
+std::string sentence_for(std::uint64_t target, const admin::LimitFor& limit) {
+  if (limit.is_needless) {
+    return formatted("to reach {} nothing must be removed: the size is {}", format_bytes(target),
+                     format_bytes(limit.kept));
+  }
+  if (!limit.limit) {
+    return formatted("to reach {} no age limit is enough: the youngest versions alone are larger",
+                     format_bytes(target));
+  }
+  const ExactAge age = exact_age(*limit.limit);
+  return formatted(
+      "to reach {} the limit is {} (--older-than {}): {} in {} versions are removed, {} documents "
+      "are lost, {} stay",
+      format_bytes(target), age.in_words, age.typed, format_bytes(limit.loss.bytes),
+      limit.loss.versions, limit.loss.documents, format_bytes(limit.kept));
+}
+
 }  // namespace stgctl

@@ -81,7 +81,7 @@ struct EntryOptions : Arguments {
 std::vector<FoundEntry> versions_of(Context& context, const EntryOptions& options,
                                     admin::EntryFailures& failures);
 
-// ---- what a clean would free (clean_command.cpp) -----------------------------------------------
+// ---- what a clean would free -------------------------------------------------------------------
 
 /// The curves of the versions in the tree.
 /// @throws Failure kLockTimeout, kFailed or kInterrupted if not every folder could be read.

@@ -97,6 +97,16 @@ std::string format_age(std::int64_t seconds) {
   return formatted("{} d", age / kDay);
 }
 
+ExactAge exact_age(std::int64_t seconds) {
+  const auto age = static_cast<std::uint64_t>(seconds);
+  const bool in_days = age >= kDay && age % kDay == 0;
+  const bool in_hours = age >= kHour && age % kHour == 0;
+  const std::string unit = in_days ? "day" : in_hours ? "hour" : "second";
+  const std::uint64_t number = age / (in_days ? kDay : in_hours ? kHour : 1);
+  return {formatted("{}{}", number, unit[0]),
+          formatted("{} {}{}", number, unit, number == 1 ? "" : "s")};
+}
+
 std::optional<std::int64_t> parse_age(std::string_view text) {
   // Required: an age needs a unit. A user who means days would remove everything with "--older-than
   // 30".

@@ -58,6 +58,12 @@ std::string format_bytes(std::uint64_t bytes);
 using admin::format_time;
 /// "37 s", "12 min", "5 h", "3 d": the largest unit with at least one; "in 5 h" for the future.
 std::string format_age(std::int64_t seconds);
+/// An age without rounding, in the largest unit that measures it.
+struct ExactAge {
+  std::string typed;     ///< "37d", "12h", "90s"
+  std::string in_words;  ///< "37 days"
+};
+ExactAge exact_age(std::int64_t seconds);
 
 /// Reads "90s", "15m", "12h", "30d", "4w" or "1y" as seconds. @return nothing for other text, also
 /// for a number without a unit.
