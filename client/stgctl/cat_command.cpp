@@ -22,7 +22,7 @@ Exit run_cat(Context& context, EntryOptions& options) {
   const std::vector<FoundEntry> all = versions_of(context, options, failures);
   if (all.empty() && failures.lock_missed) return Exit::kLockTimeout;
   const std::string path = only_one(all, options).path();
-  const os::Status read = write_out(context, path, locking_for(context, options.no_lock));
+  const os::Status read = write_out(context, path, context.locking());
   if (read.failure() == os::Failure::kLocked)
     locked_out("{} is locked by another process; wait, or read it with --no-lock", shown(path));
   if (!read.ok()) fail("{}: {}", shown(path), sys::text_of(read));

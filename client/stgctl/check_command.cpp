@@ -312,7 +312,6 @@ Exit run_check(Context& context, const Options& options) {
   if (options.codes) return show_codes(context);
   auto asked = context.walk<admin::CheckOptions>();
   asked.depth = options.quick ? admin::Depth::kQuick : admin::Depth::kFull;
-  asked.locking = locking_for(context, options.no_lock);
   asked.path_limit = options.path_limit;
   const admin::Tree& tree = context.tree();
   CheckSummary summary;

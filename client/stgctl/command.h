@@ -51,7 +51,8 @@ inline Rule needs(const char* other) { return {Rule::Kind::kNeeds, {other}}; }
 /// A command's part of the command line.
 class Arguments {
  public:
-  explicit Arguments(CLI::App& app) noexcept : m_app(&app) {}
+  /// @param options where add_no_lock() sets the flag.
+  Arguments(CLI::App& app, GlobalOptions& options) noexcept : m_app(&app), m_options(&options) {}
 
   /// Declares an option. The parser sets its value before the command runs; a value that is not
   /// given does not change.
@@ -64,9 +65,15 @@ class Arguments {
   void add(const char* names, std::vector<std::string>& values, Type type, const char* description,
            Rules rules = {});
   void add_flag(const char* names, bool& value, const char* description, Rules rules = {});
+  /// Declares --no-lock: Context::locking() then takes no lock.
+  void add_no_lock() {
+    add_flag("--no-lock", m_options->no_lock,
+             "Read indexes without a lock: never waits, but can see a half-written one");
+  }
 
  private:
   CLI::App* m_app;
+  GlobalOptions* m_options;
 };
 
 // The members of a structure of options declare themselves, in the order of the help:
@@ -109,6 +116,11 @@ struct Flag {
   }
   operator bool() const noexcept { return value; }
   bool value = false;
+};
+
+/// --no-lock, of a command that reads indexes.
+struct NoLock {
+  explicit NoLock(Arguments app) { app.add_no_lock(); }
 };
 
 /// The heading under which the help lists a command. A hidden command is for the project itself and

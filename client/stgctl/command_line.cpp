@@ -334,7 +334,7 @@ void CommandLine::Parts::add(const Command& command) {
     leaf.add_flag("-n,--dry-run", options.dry_run, "Only show what would be done");
     leaf.add_flag("-y,--yes", options.yes, "Do not ask for confirmation");
   }
-  leaves.push_back({&leaf, command.action.declare(Arguments(leaf)), command.effect});
+  leaves.push_back({&leaf, command.action.declare(Arguments(leaf, options)), command.effect});
 }
 
 /// A command that only groups others, such as "keys" above "keys show".

@@ -46,7 +46,6 @@ class Comparing final : public admin::InventorySink {
         m_options(options),
         m_reader(options.folder),
         m_scope(common_scope(context.scope(), m_reader.head().scope)),
-        m_locking(locking_for(context, options.no_lock)),
         m_progress(context.out(), "comparing") {}
 
   void run() {
@@ -54,7 +53,6 @@ class Comparing final : public admin::InventorySink {
       refuse("the export and the tree have different layouts: only one has owners (--layout)");
     auto asked = m_context.walk();
     asked.scope = m_scope;
-    asked.locking = m_locking;
     asked.on_folder = [this](const admin::DocumentFolder& folder) { m_folder = folder; };
     step();
     admin::take_inventory(m_context.tree(), asked, *this);
@@ -124,7 +122,7 @@ class Comparing final : public admin::InventorySink {
         formatted("{} bytes in the tree, {} in the export", holding.info.size, wanted.size);
     if (same && !m_options.quick) {
       try {
-        same = read_content(holding.location, m_locking).checksum == m_item.checksum;
+        same = read_content(holding.location, m_context.locking()).checksum == m_item.checksum;
         detail = "the same size, but different bytes";
       } catch (const Failure& failure) {
         if (failure.code() == Exit::kInterrupted) throw;
@@ -208,7 +206,6 @@ class Comparing final : public admin::InventorySink {
   const Options& m_options;
   ManifestReader m_reader;
   admin::Scope m_scope;
-  sys::Locking m_locking;
   Progress m_progress;
   admin::DocumentFolder m_folder;
   std::set<std::tuple<admin::Area, std::string, std::string>> m_unread;

@@ -90,7 +90,8 @@ admin::Scope scope_of(Context& context, const std::string& begin) {
 /// Never waits for a lock: a half-written index can cost some proposals.
 std::set<std::string> names(Context& context, const std::string& begin) {
   std::set<std::string> found;
-  admin::EntryQuery query = query_of(context, "", "", true);
+  admin::EntryQuery query = query_of(context, "", "");
+  query.locking.mode = sys::Locking::Mode::kNone;
   query.scope = scope_of(context, begin);
   query.state = admin::EntryState::kIndexed;
   static_cast<void>(admin::for_each_entry(

@@ -247,6 +247,7 @@ admin::Scope Context::scope() const {
 
 sys::Locking Context::locking() {
   sys::Locking locking;
+  if (m_options.no_lock) locking.mode = sys::Locking::Mode::kNone;
   // A hundred years mean "without limit".
   locking.time_out = m_options.lock_timeout.value_or(std::chrono::hours(24 * 36500));
   locking.on_wait = [this](const std::string& path) { tell_waiting(*this, path); };

@@ -51,7 +51,7 @@ class Context {
     return options;
   }
   /// How to read files of the tree: under a lock, with a wait of at most --lock-timeout. A wait of
-  /// more than two seconds is reported with the holder.
+  /// more than two seconds is reported with the holder. With --no-lock without a lock.
   sys::Locking locking();
 
   /// Whether the library adopts orphans.

@@ -151,8 +151,8 @@ admin::Request request_for(Context& context, Version& version) {
   return request;
 }
 
-Exit run(Context& context, What what, const admin::Request& request, bool no_lock) {
-  const sys::Locking locking = locking_for(context, no_lock);
+Exit run(Context& context, What what, const admin::Request& request) {
+  const sys::Locking locking = context.locking();
   const admin::Tree& tree = context.tree();
   const Explanation told = what == What::kRead    ? admin::explain_read(tree, request, locking)
                            : what == What::kWrite ? admin::explain_write(tree, request, locking)
@@ -173,14 +173,14 @@ Exit run(Context& context, What what, const admin::Request& request, bool no_loc
 }
 
 Exit run_read(Context& context, ReadOptions& options) {
-  return run(context, What::kRead, request_for(context, options.version), options.no_lock);
+  return run(context, What::kRead, request_for(context, options.version));
 }
 
 Exit run_write(Context& context, WriteOptions& options) {
   admin::Request request = request_for(context, options.version);
   request.replace = !options.keep;
   request.stamp = options.stamp;
-  return run(context, What::kWrite, request, options.no_lock);
+  return run(context, What::kWrite, request);
 }
 
 Exit run_part(Context& context, PartOptions& options) {
@@ -190,7 +190,7 @@ Exit run_part(Context& context, PartOptions& options) {
   request.stamp = options.stamp;
   request.rendition = options.rendition;
   request.part = options.part;
-  return run(context, What::kPart, request, options.no_lock);
+  return run(context, What::kPart, request);
 }
 
 }  // namespace

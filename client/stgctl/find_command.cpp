@@ -30,7 +30,7 @@ struct Options : Arguments {
 Exit run_find(Context& context, Options& options) {
   context.take_apart(options.pattern, options.timestamp);
   context.take_apart(options.name, options.timestamp);
-  admin::EntryQuery query = query_of(context, options.pattern, options.timestamp, options.no_lock);
+  admin::EntryQuery query = query_of(context, options.pattern, options.timestamp);
   query.with_info = options.with_sizes;
   if (!options.name.empty()) query.logical = options.name;
   if (!options.extension.empty()) {

@@ -45,12 +45,11 @@ std::string remark_on(const LintedLine& line) {
 
 class IndexVisitor final : public admin::Visitor {
  public:
-  IndexVisitor(Context& context, Wanted wanted, const LineOptions& options)
-      : m_context(context), m_wanted(wanted), m_locking(locking_for(context, options.no_lock)) {}
+  IndexVisitor(Context& context, Wanted wanted) : m_context(context), m_wanted(wanted) {}
 
   bool folder(const admin::DocumentFolder& folder) override {
     if (Context::interrupted()) return false;
-    m_view.load(folder, m_locking);
+    m_view.load(folder, m_context.locking());
     if (!m_view.status().ok()) {
       if (m_view.status().failure() != os::Failure::kNotFound) failed(folder.path, m_view.status());
       return true;
@@ -126,7 +125,6 @@ class IndexVisitor final : public admin::Visitor {
 
   Context& m_context;
   Wanted m_wanted;
-  sys::Locking m_locking;
   admin::FolderView m_view;
   std::uint64_t m_folders = 0;
   admin::EntryFailures m_failures;
@@ -135,7 +133,7 @@ class IndexVisitor final : public admin::Visitor {
 
 template <Wanted kWanted>
 Exit run_lines(Context& context, const LineOptions& options) {
-  IndexVisitor visitor(context, kWanted, options);
+  IndexVisitor visitor(context, kWanted);
   const admin::Tree& tree = context.tree();
   if (options.folder.empty()) {
     admin::walk(tree, {context.scope()}, visitor);

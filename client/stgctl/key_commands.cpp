@@ -214,9 +214,9 @@ struct Place {
   std::string path;
 };
 
-Exit show(Context& context, const char* schema, const Place& place, bool no_lock) {
+Exit show(Context& context, const char* schema, const Place& place) {
   admin::KeyFile file;
-  const os::Status read = admin::read_key_file(place.path, locking_for(context, no_lock), file);
+  const os::Status read = admin::read_key_file(place.path, context.locking(), file);
   if (read.failure() == os::Failure::kLocked)
     locked_out("{} is locked by another process; wait, or use --no-lock", shown(place.path));
   if (!read.ok()) fail("{}: {}", shown(place.path), sys::text_of(read));
@@ -238,13 +238,12 @@ Exit show(Context& context, const char* schema, const Place& place, bool no_lock
   return Exit::kDone;
 }
 
-Place find(Context& context, admin::Area area, const std::string& name, bool no_lock) {
+Place find(Context& context, admin::Area area, const std::string& name) {
   admin::Request request;
   request.area = area;
   request.owner = owner_or_none(context);
   request.entry = name;
-  const admin::Lookup found =
-      admin::look_up(context.tree(), request, locking_for(context, no_lock));
+  const admin::Lookup found = admin::look_up(context.tree(), request, context.locking());
   if (found.found) return {std::string(admin::name_of(area)), found.folder.owner, name, found.path};
   if (found.lock_missed)
     locked_out("the index of {} is locked by another process", shown(found.folder.path));
@@ -253,9 +252,8 @@ Place find(Context& context, admin::Area area, const std::string& name, bool no_
 
 Exit run_keys(Context& context, ShowKeysOptions& options) {
   take_key_file(context, options.name);
-  const Place place =
-      find(context, document_area(context, admin::Area::kUser), options.name, options.no_lock);
-  return show(context, "stgctl.keys/1", place, options.no_lock);
+  const Place place = find(context, document_area(context, admin::Area::kUser), options.name);
+  return show(context, "stgctl.keys/1", place);
 }
 
 Exit run_profile(Context& context, ShowProfileOptions& options) {
@@ -264,8 +262,8 @@ Exit run_profile(Context& context, ShowProfileOptions& options) {
     misused("profiles are in the area user; omit --area");
   if (context.scope().owner) {
     if (options.name.empty()) options.name = "profile.txt";
-    const Place place = find(context, admin::Area::kUser, options.name, options.no_lock);
-    return show(context, "stgctl.profile/1", place, options.no_lock);
+    const Place place = find(context, admin::Area::kUser, options.name);
+    return show(context, "stgctl.profile/1", place);
   }
   if (options.config.empty())
     misused("name a user by --owner, or the folder of the master profile by --config");
@@ -274,7 +272,7 @@ Exit run_profile(Context& context, ShowProfileOptions& options) {
   if (path.empty() || sys::describe(path).kind == sys::Kind::kMissing)
     not_found("there is no master profile in {}", shown(options.config));
   const std::string name = path.substr(path.rfind(sys::kSeparator) + 1);
-  return show(context, "stgctl.profile/1", {"", "", name, path}, options.no_lock);
+  return show(context, "stgctl.profile/1", {"", "", name, path});
 }
 
 }  // namespace

@@ -5,12 +5,6 @@
 
 namespace stgctl {
 
-sys::Locking locking_for(Context& context, bool no_lock) {
-  sys::Locking locking = context.locking();
-  if (no_lock) locking.mode = sys::Locking::Mode::kNone;
-  return locking;
-}
-
 void take_key_file(Context& context, std::string& name) {
   const std::string typed = name;
   std::string timestamp;
@@ -105,9 +99,8 @@ std::string_view name_of(sys::Knowledge known) {
 }
 
 admin::EntryQuery query_of(Context& context, const std::string& pattern,
-                           const std::string& timestamp, bool no_lock) {
+                           const std::string& timestamp) {
   auto query = context.walk<admin::EntryQuery>();
-  query.locking = locking_for(context, no_lock);
   if (!pattern.empty()) query.pattern = pattern;
   if (!timestamp.empty()) query.timestamp = parse_stamp(timestamp);
   return query;
@@ -146,7 +139,7 @@ Exit list_entries(Context& context, const admin::EntryQuery& query, const char* 
 
 std::vector<FoundEntry> versions_of(Context& context, const EntryOptions& options,
                                     admin::EntryFailures& failures) {
-  admin::EntryQuery query = query_of(context, "", options.timestamp, options.no_lock);
+  admin::EntryQuery query = query_of(context, "", options.timestamp);
   query.logical = options.name;
   query.with_info = true;
   std::vector<FoundEntry> found;

@@ -10,15 +10,6 @@
 /// Common parts of the commands that only read.
 namespace stgctl {
 
-/// --no-lock, of a command that reads indexes.
-struct NoLock : Flag {
-  explicit NoLock(Arguments app)
-      : Flag(app, "--no-lock",
-             "Read indexes without a lock: never waits, but can see a half-written one") {}
-};
-/// How the command reads: like Context::locking(), or without locks.
-sys::Locking locking_for(Context& context, bool no_lock);
-
 /// Like Context::take_apart(), for a key file, which has one version.
 /// @throws Failure kUsage for another timestamp than 0.
 void take_key_file(Context& context, std::string& name);
@@ -60,7 +51,7 @@ inline constexpr const char* kLongHelp = "Also show sizes and times";
 
 /// What a listing asks for. An empty pattern or timestamp matches all.
 admin::EntryQuery query_of(Context& context, const std::string& pattern,
-                           const std::string& timestamp, bool no_lock);
+                           const std::string& timestamp);
 /// Lists the matching entries one by one. @param schema "stgctl.ls/1".
 Exit list_entries(Context& context, const admin::EntryQuery& query, const char* schema);
 

@@ -14,7 +14,7 @@ struct Options : Arguments {
 Exit run_ls(Context& context, Options& options) {
   std::string timestamp;
   context.take_apart(options.pattern, timestamp);
-  admin::EntryQuery query = query_of(context, options.pattern, timestamp, options.no_lock);
+  admin::EntryQuery query = query_of(context, options.pattern, timestamp);
   query.with_info = options.with_sizes;
   query.with_missing = options.with_missing;
   return list_entries(context, query, "stgctl.ls/1");

@@ -32,6 +32,9 @@ struct GlobalOptions {
   // Changing commands only.
   bool dry_run = false;
   bool yes = false;
+
+  // Reading commands only.
+  bool no_lock = false;
 };
 
 enum class Style { kPlain, kBold, kDim, kRed, kGreen, kYellow, kBlue, kCyan };

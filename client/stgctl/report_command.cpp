@@ -164,7 +164,6 @@ admin::CheckSummary check(Context& context, const Options& options, Json& page) 
   auto asked = context.walk<admin::CheckOptions>();
   Progress progress(context.out(), "checking", asked);
   asked.depth = options.quick ? admin::Depth::kQuick : admin::Depth::kFull;
-  asked.locking = locking_for(context, options.no_lock);
   Json found = {{"kinds", Json::array()}, {"samples", Json::array()}};
   std::array<std::uint64_t, admin::kCodes> seen{};
   const auto add = [&](const Finding& finding) {

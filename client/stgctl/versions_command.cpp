@@ -5,7 +5,7 @@ namespace stgctl {
 namespace {
 
 /// The file that a read returns for this version's name and timestamp, or empty.
-std::string served_for(Context& context, const FoundEntry& version, bool no_lock) {
+std::string served_for(Context& context, const FoundEntry& version) {
   admin::Request request;
   request.area = version.folder.area;
   request.owner = version.folder.owner;
@@ -13,7 +13,7 @@ std::string served_for(Context& context, const FoundEntry& version, bool no_lock
   request.timestamp = version.timestamp;
   // Ignores the required age, which depends on the reader.
   if (!version.name.ends_with(".kdf") || request.area != admin::Area::kDocs) request.timestamp = 0;
-  return admin::look_up(context.tree(), request, locking_for(context, no_lock)).path;
+  return admin::look_up(context.tree(), request, context.locking()).path;
 }
 
 Exit run_versions(Context& context, EntryOptions& options) {
@@ -22,8 +22,7 @@ Exit run_versions(Context& context, EntryOptions& options) {
   const std::vector<FoundEntry> all = versions_of(context, options, failures);
   for (const FoundEntry& version : all) {
     const bool keeps_documents = admin::expects_index(version.folder.area);
-    const bool served =
-        keeps_documents && served_for(context, version, options.no_lock) == version.path();
+    const bool served = keeps_documents && served_for(context, version) == version.path();
     Json fields = fields_of(version.view());
     put_info(fields, version.info);
     fields["served"] = served;

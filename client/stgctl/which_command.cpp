@@ -15,13 +15,13 @@ std::string document_file(const admin::DocumentFolder& folder, const std::string
   return first;
 }
 
-Exit show_logical(Context& context, const EntryOptions& options, const admin::Located& located) {
+Exit show_logical(Context& context, const admin::Located& located) {
   const std::string file = document_file(located.folder, located.rest);
   admin::EntryQuery query;
   query.scope.area = located.folder.area;
   if (!located.folder.owner.empty()) query.scope.owner = located.folder.owner;
   query.with_missing = true;
-  query.locking = locking_for(context, options.no_lock);
+  query.locking = context.locking();
   bool any = false;
   const admin::EntryFailures failures = admin::for_each_entry(
       context.tree(), query,
@@ -63,7 +63,7 @@ Exit run_which(Context& context, Options& which) {
   const auto located = admin::locate_in(context.tree(), options.name);
   if (!located || located->rest.empty())
     not_found("{} is not a file in a document folder of this tree", shown(options.name));
-  return show_logical(context, options, *located);
+  return show_logical(context, *located);
 }
 
 }  // namespace
