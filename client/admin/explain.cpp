@@ -56,26 +56,27 @@ class Steps {
 
   /// Whether the folders of the area, the owner and the bucket exist.
   bool folders(MissingFolder missing) {
-    m_folder = folder_for(m_tree, m_request.area, m_request.owner, m_request.entry);
+    const DocumentFolder& folder = m_result.folder =
+        folder_for(m_tree, m_request.area, m_request.owner, m_request.entry);
     const std::string area = m_tree.folder_of(m_request.area);
     if (!one_folder("area-folder", area, MissingFolder::kWouldBeMade, {{"path", area}}))
       return false;
     if (m_tree.layout != Layout::kFlat) {
-      const std::string path = sys::join(area, m_folder.owner);
-      if (!one_folder("owner-folder", path, missing, {{"owner", m_folder.owner}, {"path", path}}))
+      const std::string path = sys::join(area, folder.owner);
+      if (!one_folder("owner-folder", path, missing, {{"owner", folder.owner}, {"path", path}}))
         return false;
     }
     if (m_request.area != Area::kDocs) return true;
     const std::int32_t hash = layout::hash_of(m_request.entry, layout::kBuckets);
     return one_folder(
-        "bucket-folder", m_folder.path, missing,
-        {{"hash", std::to_string(hash)}, {"bucket", m_folder.bucket}, {"path", m_folder.path}});
+        "bucket-folder", folder.path, missing,
+        {{"hash", std::to_string(hash)}, {"bucket", folder.bucket}, {"path", folder.path}});
   }
 
   /// Looks up the entry as the library does: first a file with its name, then the index.
   bool lookup(std::int32_t timestamp) {
     const std::string& entry = m_request.entry;
-    if (vu_file::exists(m_folder.path + "\\" + entry)) {
+    if (vu_file::exists(m_result.folder.path + "\\" + entry)) {
       m_file = entry;
       return yes("plain-name",
                  "a file or folder has the entry's name as its own name: the library serves it, "
@@ -91,7 +92,7 @@ class Steps {
   /// The logical names in the folder's index that have this extension.
   std::vector<std::string> names_with_extension(std::string_view extension) {
     std::vector<std::string> names;
-    m_view.load(m_folder, m_locking);
+    m_view.load(m_result.folder, m_locking);
     for (const LintedLine& line : IndexLint(m_view)) {
       if (line.verdict == Verdict::kEntry && index_format::extension_of(line.logical) == extension)
         names.emplace_back(line.logical);
@@ -101,9 +102,9 @@ class Steps {
 
   /// After folders(): whether the folder exists.
   bool has_folder() const { return m_has_folder; }
-  const DocumentFolder& folder() const { return m_folder; }
+  const DocumentFolder& folder() const { return m_result.folder; }
   /// After lookup(): of the file.
-  std::string path() const { return sys::join(m_folder.path, m_file); }
+  std::string path() const { return sys::join(m_result.folder.path, m_file); }
   /// Whether the index could not be read. That also ends a write.
   bool index_failed() const { return m_view.index_state() == IndexState::kFailed; }
 
@@ -123,7 +124,7 @@ class Steps {
   }
 
   bool index_is_readable() {
-    m_view.load(m_folder, m_locking);
+    m_view.load(m_result.folder, m_locking);
     Values where = {{"path", m_view.path_of(index_format::kIndexFile)}};
     m_result.lock_missed = m_view.index_state() == IndexState::kLocked;
     if (m_view.index_state() != IndexState::kRead) return no("index", why_not_read(), where);
@@ -202,7 +203,6 @@ class Steps {
   const Request& m_request;
   const sys::Locking& m_locking;
   Explanation& m_result;
-  DocumentFolder m_folder;
   bool m_has_folder = true;
   FolderView m_view;
   std::string m_file;
@@ -232,6 +232,14 @@ bool opens_for_reading(Steps& steps, const Tree& tree, const std::string& path) 
     return steps.no("open", "the file cannot be opened: " + sys::text_of(opened), {{"path", path}});
   tell_holders(steps, tree, path, true);
   return steps.yes("open", "the file can be opened for reading", {{"path", path}});
+}
+
+bool lookup_steps(Steps& steps, const Tree&, const Request& request, Explanation& result) {
+  if (!steps.entry_is_named() || !steps.folders(MissingFolder::kEndsIt) ||
+      !steps.lookup(request.timestamp))
+    return false;
+  result.path = steps.path();
+  return true;
 }
 
 bool read_steps(Steps& steps, const Tree& tree, const Request& request, Explanation& result) {
@@ -414,6 +422,10 @@ const Step* Explanation::first_no() const {
   return found == steps.end() ? nullptr : &*found;
 }
 
+Explanation explain_lookup(const Tree& tree, const Request& request, const sys::Locking& locking) {
+  return explain(tree, request, locking, lookup_steps);
+}
+
 Explanation explain_read(const Tree& tree, const Request& request, const sys::Locking& locking) {
   return explain(tree, request, locking, read_steps);
 }
@@ -426,19 +438,6 @@ Explanation explain_part(const Tree& tree, const Request& request, const sys::Lo
   Request asked = request;
   asked.area = Area::kDocs;
   return explain(tree, asked, locking, part_steps);
-}
-
-Lookup look_up(const Tree& tree, const Request& request, const sys::Locking& locking) {
-  Explanation told;
-  Steps steps(tree, request, locking, told);
-  Lookup result;
-  result.found = steps.entry_is_named() && steps.folders(MissingFolder::kEndsIt) &&
-                 steps.lookup(request.timestamp);
-  result.lock_missed = told.lock_missed;
-  result.folder = steps.folder();
-  if (result.found) result.path = steps.path();
-  if (const Step* const no = told.first_no()) result.why = no->text;
-  return result;
 }
 
 }  // namespace admin

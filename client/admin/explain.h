@@ -42,6 +42,7 @@ struct Request {
 struct Explanation {
   std::vector<Step> steps;
   bool would_succeed = false;
+  DocumentFolder folder;  ///< of the entry, as far as the steps got
   /// The file that would be opened, as far as the steps got.
   std::string path;
   /// Of a sub-part: the decision code, a PartState.
@@ -52,6 +53,8 @@ struct Explanation {
   const Step* first_no() const;
 };
 
+/// Explains the search for an entry at exactly one timestamp, before its file is opened.
+Explanation explain_lookup(const Tree& tree, const Request& request, const sys::Locking& locking);
 /// Explains opening a document for reading.
 Explanation explain_read(const Tree& tree, const Request& request, const sys::Locking& locking);
 /// Explains opening a document for writing.
@@ -61,17 +64,6 @@ Explanation explain_part(const Tree& tree, const Request& request, const sys::Lo
 
 /// A time as a number and as a date.
 std::string shown_time(std::int64_t seconds);
-
-struct Lookup {
-  bool found = false;
-  bool lock_missed = false;
-  DocumentFolder folder;
-  std::string path;
-  std::string why;  ///< the text of the step that failed
-};
-
-/// Looks up an entry at exactly one timestamp, as the library does before it opens a file.
-Lookup look_up(const Tree& tree, const Request& request, const sys::Locking& locking);
 
 // ---- the parts of a document -------------------------------------------------------------------
 

@@ -243,11 +243,14 @@ Place find(Context& context, admin::Area area, const std::string& name) {
   request.area = area;
   request.owner = owner_or_none(context);
   request.entry = name;
-  const admin::Lookup found = admin::look_up(context.tree(), request, context.locking());
-  if (found.found) return {std::string(admin::name_of(area)), found.folder.owner, name, found.path};
+  const admin::Explanation found =
+      admin::explain_lookup(context.tree(), request, context.locking());
+  if (found.would_succeed)
+    return {std::string(admin::name_of(area)), found.folder.owner, name, found.path};
   if (found.lock_missed)
     locked_out("the index of {} is locked by another process", shown(found.folder.path));
-  not_found("there is no {} in {}: {}", shown(name), shown(found.folder.path), found.why);
+  not_found("there is no {} in {}: {}", shown(name), shown(found.folder.path),
+            found.first_no()->text);
 }
 
 Exit run_keys(Context& context, ShowKeysOptions& options) {

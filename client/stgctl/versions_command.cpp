@@ -13,7 +13,7 @@ std::string served_for(Context& context, const FoundEntry& version) {
   request.timestamp = version.timestamp;
   // Ignores the required age, which depends on the reader.
   if (!version.name.ends_with(".kdf") || request.area != admin::Area::kDocs) request.timestamp = 0;
-  return admin::look_up(context.tree(), request, context.locking()).path;
+  return admin::explain_lookup(context.tree(), request, context.locking()).path;
 }
 
 Exit run_versions(Context& context, EntryOptions& options) {

@@ -315,18 +315,19 @@ TEST_F(AdminExplain, ShowsTimesAsDates) {
 
 TEST_F(AdminExplain, FindsEntriesWhereTheLibraryFindsThem) {
   const std::string path = store(Area::kUser, "profile.txt", 0, "a=1\n=x\nnone\nb=2=3\n");
-  const admin::Lookup found =
-      admin::look_up(program_tree(), request(Area::kUser, "profile.txt"), {});
-  ASSERT_TRUE(found.found);
+  const admin::Explanation found =
+      admin::explain_lookup(program_tree(), request(Area::kUser, "profile.txt"), {});
+  ASSERT_TRUE(found.would_succeed);
   EXPECT_EQ(found.path, admin::sys::absolute(system_form(path)));
   admin::KeyFile keys;
   ASSERT_TRUE(admin::read_key_file(found.path, {}, keys).ok());
   EXPECT_EQ(keys.lines, (std::vector<std::pair<std::string, std::string>>{
                             {"a", "1"}, {"", "x"}, {"b", "2=3"}}));
   EXPECT_EQ(keys.passed_over, 1U);
-  const admin::Lookup missing = admin::look_up(program_tree(), request(Area::kUser, "no.txt"), {});
-  EXPECT_FALSE(missing.found);
-  EXPECT_EQ(missing.why, "the index has no entry with this key");
+  const admin::Explanation missing =
+      admin::explain_lookup(program_tree(), request(Area::kUser, "no.txt"), {});
+  EXPECT_FALSE(missing.would_succeed);
+  EXPECT_EQ(missing.first_no()->text, "the index has no entry with this key");
 }
 
 TEST_F(AdminExplain, ListsTheSubPartsOfADocumentWithTheirStates) {
