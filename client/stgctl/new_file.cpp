@@ -115,19 +115,12 @@ os::Status write_out(Context& context, const std::string& path, const sys::Locki
   });
 }
 
-os::Status list_folder(const std::string& path, std::vector<std::string>& names) {
-  sys::Folder folder;
-  const os::Status opened = folder.open(path);
-  sys::Entry entry;
-  while (opened.ok() && folder.next(entry)) names.emplace_back(entry.name);
-  std::ranges::sort(names);
-  return opened;
-}
-
 std::vector<std::string> names_of_folder(const std::string& path) {
-  std::vector<std::string> names;
-  if (const os::Status listed = list_folder(path, names); !listed.ok())
+  std::vector<sys::Child> children;
+  if (const os::Status listed = sys::list_sorted(path, children); !listed.ok())
     fail("{}: {}", shown(path), sys::text_of(listed));
+  std::vector<std::string> names;
+  for (sys::Child& child : children) names.push_back(std::move(child.name));
   return names;
 }
 

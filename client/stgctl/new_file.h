@@ -70,9 +70,7 @@ Content read_content(const std::string& path, const sys::Locking& locking, NewFi
 /// Writes the bytes of a file to the standard output, until Ctrl-C.
 os::Status write_out(Context& context, const std::string& path, const sys::Locking& locking);
 
-/// The names in a folder, sorted: in the same order on every system.
-os::Status list_folder(const std::string& path, std::vector<std::string>& names);
-/// The same. @throws Failure kFailed if it cannot be listed.
+/// The names in a folder, sorted. @throws Failure kFailed if it cannot be listed.
 std::vector<std::string> names_of_folder(const std::string& path);
 
 }  // namespace stgctl

@@ -152,10 +152,10 @@ class Planner {
 
   void add_folder(const std::string& path) {
     Context::stop_if_interrupted();
-    std::vector<std::string> names;
-    if (const os::Status listed = list_folder(path, names); !listed.ok())
+    std::vector<sys::Child> children;
+    if (const os::Status listed = sys::list_sorted(path, children); !listed.ok())
       return leave_out(path, sys::text_of(listed));
-    for (const std::string& name : names) add(sys::join(path, name));
+    for (const auto& [name, kind] : children) add(sys::join(path, name));
   }
 
   void add_file(const std::string& source, const std::string& name, const sys::Info& info) {

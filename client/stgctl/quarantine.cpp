@@ -58,18 +58,13 @@ std::string quarantine_folder(Context& context, const std::string& option) {
   return folder;
 }
 
-std::string digest_of(std::string_view bytes) {
-  const admin::Digest digest = admin::digest_of(bytes);
-  return formatted("{:016x}{:016x}", digest.high, digest.low);
-}
-
 std::vector<std::uint64_t> applied_plans(const std::string& quarantine) {
   std::vector<std::uint64_t> numbers;
-  std::vector<std::string> names;
-  const os::Status listed = list_folder(quarantine, names);
+  std::vector<sys::Child> plans;
+  const os::Status listed = sys::list_sorted(quarantine, plans);
   if (listed.failure() == os::Failure::kNotFound) return numbers;
   check(listed, quarantine);
-  for (const std::string& name : names) {
+  for (const auto& [name, kind] : plans) {
     if (!name.starts_with(kPlan)) continue;
     const auto number = parse_number<std::uint64_t>(std::string_view(name).substr(kPlan.size()));
     if (number && is_begun(sys::join(quarantine, name))) numbers.push_back(*number);
@@ -94,11 +89,12 @@ std::vector<std::uint64_t> plans_of_tree(Context& context, const std::string& qu
 std::uint64_t remove_plan(const std::string& quarantine, std::uint64_t number) {
   const std::string folder = sys::join(quarantine, plan_name(number));
   const std::uint64_t bytes = count_below(folder).bytes;
-  std::vector<std::string> names;
-  static_cast<void>(list_folder(folder, names));
-  std::erase(names, kManifest);
+  std::vector<sys::Child> children;
+  static_cast<void>(sys::list_sorted(folder, children));
   std::vector<std::string> items;
-  for (const std::string& name : names) items.push_back(sys::join(folder, name));
+  for (const auto& [name, kind] : children) {
+    if (name != kManifest) items.push_back(sys::join(folder, name));
+  }
   items.push_back(sys::join(folder, kManifest));
   items.push_back(folder);
   for (const std::string& item : items) {

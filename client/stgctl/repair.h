@@ -96,7 +96,7 @@ struct Step {
   std::size_t number = 0;
   Repair repair;
   bool is_done = false;
-  std::string after;         ///< the digest of the new bytes; empty for a moved item
+  std::string after;         ///< the checksum of the new bytes; empty for a moved item
   bool was_missing = false;  ///< of a counter that did not exist
 };
 
@@ -161,8 +161,6 @@ std::vector<std::uint64_t> plans_of_tree(Context& context, const std::string& qu
 /// Deletes what a plan removed, its manifest last. @return bytes deleted.
 /// @throws Failure kFailed.
 std::uint64_t remove_plan(const std::string& quarantine, std::uint64_t number);
-/// A digest of the bytes, 32 digits.
-std::string digest_of(std::string_view bytes);
 
 // ---- the work (repair_work.cpp) ----------------------------------------------------------------
 //

@@ -171,7 +171,7 @@ Exit run_apply(Context& context, const RepairOptions& options) {
                               plan.repairs.size(), shown(quarantine), for_good));
   }
   ChangeReport report(context, kSchema, "repaired");
-  WorkPlan work(context, quarantine, digest_of(text), parse_age(options.keep).value_or(0));
+  WorkPlan work(context, quarantine, admin::checksum_of(text), parse_age(options.keep).value_or(0));
   bool all = false;
   report.guarded("repairing", plan.repairs.size(), [&](Progress& progress) {
     for (const Repair& repair : plan.repairs) {

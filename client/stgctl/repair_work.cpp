@@ -70,7 +70,7 @@ void replace(WorkPlan& work, const Repair& repair, LockedFile& file, Writing how
              const std::string& old_bytes, const std::string& new_bytes, bool was_missing = false) {
   if (work.is_dry()) return;
   AppliedPlan& plan = work.get();
-  const Step step = plan.begin_step(repair, &old_bytes, digest_of(new_bytes), was_missing);
+  const Step step = plan.begin_step(repair, &old_bytes, admin::checksum_of(new_bytes), was_missing);
   write(file, how, old_bytes, new_bytes);
   plan.note_done(step);
 }
@@ -235,7 +235,7 @@ void undo_move(Context& context, const AppliedPlan& plan, const Step& step,
 void undo_counter(Context& context, LockedFile& counter, const Step& step, const std::string& path,
                   const std::string& before, const std::string& now) {
   if (now == before && !step.was_missing) skip("it is in its old state already");
-  if (digest_of(now) != step.after) skip("newer numbers are in use; the counter stays");
+  if (admin::checksum_of(now) != step.after) skip("newer numbers are in use; the counter stays");
   if (context.is_dry_run()) return;
   check(step.was_missing ? os::remove_file(path) : counter.replace_bytes(now, before));
 }
@@ -243,7 +243,7 @@ void undo_counter(Context& context, LockedFile& counter, const Step& step, const
 /// The bytes that an index or a key file must get; keeps all later changes.
 std::string undone_text(const Step& step, const std::string& before, const std::string& now) {
   // An undo without enough space leaves the beginning of what it wrote.
-  if (digest_of(now) == step.after || before.starts_with(now)) return before;
+  if (admin::checksum_of(now) == step.after || before.starts_with(now)) return before;
   if (step.repair.kind == RepairKind::kRemoveLines)
     return admin::with_lines(now, step.repair.lines);
   // The restored names are valid, and other changes followed.
