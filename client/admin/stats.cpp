@@ -129,11 +129,6 @@ class ByName {
 };
 using Sums = ByName<Sum>;
 
-void add(Sum& sum, const Sum& more) {
-  sum.files += more.files;
-  sum.bytes += more.bytes;
-}
-
 /// Whether one group precedes another: by size, then number of files, then name.
 bool is_larger(const StatsGroup& one, const StatsGroup& other) {
   return std::tie(other.sum.bytes, other.sum.files, one.name) <
@@ -147,7 +142,7 @@ GroupedSpace largest(const Sums& sums, std::size_t top) {
   std::ranges::sort(result.groups, is_larger);
   while (top != 0 && result.groups.size() > top) {
     ++result.other_groups;
-    add(result.others, result.groups.back().sum);
+    result.others += result.groups.back().sum;
     result.groups.pop_back();
   }
   return result;
@@ -242,26 +237,28 @@ void settle(SpaceNode& node, std::size_t most) {
   std::ranges::sort(node.children, [](const SpaceNode& one, const SpaceNode& other) {
     return is_larger({one.name, one.sum}, {other.name, other.sum});
   });
-  for (const SpaceNode& child : node.children) add(node.sum, child.sum);
+  for (const SpaceNode& child : node.children) node.sum += child.sum;
   if (node.children.size() <= most) return;
   SpaceNode rest;
   rest.merged = node.children.size() - most + 1;
-  for (std::size_t i = most - 1; i < node.children.size(); ++i) add(rest.sum, node.children[i].sum);
+  for (std::size_t i = most - 1; i < node.children.size(); ++i) rest.sum += node.children[i].sum;
   node.children.resize(most - 1);
   node.children.push_back(std::move(rest));
 }
 
 }  // namespace
 
-Space survey_space(const Tree& tree, const SpaceOptions& options) {
+Space survey_space(const Tree& tree, const StatsOptions& options) {
+  constexpr std::size_t kOwners = 12;
+  constexpr std::size_t kExtensions = 5;
   Space space;
   Sums ages;
   std::map<Area, ByName<Sums>> by_area;
   FileVisitor visitor(space.stats, [&](const CountedFile& file) {
-    ages.of(age_group(file, options.stats.now)).add(file.info.size);
+    ages.of(age_group(file, options.now)).add(file.info.size);
     by_area[file.area].of(file.owner).of(file.extension).add(file.info.size);
   });
-  space.stats.was_stopped = !walk(tree, options.stats, visitor);
+  space.stats.was_stopped = !walk(tree, options, visitor);
   space.stats.groups = age_groups(ages);
   Sums areas;
   Sums by_owner;
@@ -272,14 +269,14 @@ Space survey_space(const Tree& tree, const SpaceOptions& options) {
       SpaceNode of_owner{owner, {}, 0, {}};
       for (const auto& [extension, sum] : extensions.all()) {
         of_owner.children.push_back({extension, sum, 0, {}});
-        add(areas.of(of_area.name), sum);
-        add(by_owner.of(owner), sum);
-        add(by_extension.of(extension), sum);
+        areas.of(of_area.name) += sum;
+        by_owner.of(owner) += sum;
+        by_extension.of(extension) += sum;
       }
-      settle(of_owner, options.extensions);
+      settle(of_owner, kExtensions);
       of_area.children.push_back(std::move(of_owner));
     }
-    settle(of_area, options.owners);
+    settle(of_area, kOwners);
     space.all.children.push_back(std::move(of_area));
   }
   settle(space.all, kAreas.size());

@@ -20,9 +20,11 @@ struct Sum {
   std::uint64_t files = 0;
   std::uint64_t bytes = 0;
 
-  void add(std::uint64_t size) {
-    ++files;
-    bytes += size;
+  void add(std::uint64_t size) { *this += {1, size}; }
+  Sum& operator+=(const Sum& more) {
+    files += more.files;
+    bytes += more.bytes;
+    return *this;
   }
 };
 
@@ -83,13 +85,6 @@ struct SpaceNode {
   std::vector<SpaceNode> children;  ///< by size, largest first; merged ones last
 };
 
-struct SpaceOptions {
-  StatsOptions stats;          ///< its `by` is ignored: groups are ages
-  std::size_t top = 20;        ///< groups of owners and extensions
-  std::size_t owners = 12;     ///< of each area in the hierarchy
-  std::size_t extensions = 5;  ///< of each owner in the hierarchy
-};
-
 struct Space {
   Stats stats;  ///< grouped by age
   GroupedSpace areas;
@@ -98,8 +93,9 @@ struct Space {
   SpaceNode all;
 };
 
-/// Reads a tree once and groups it in every way.
-Space survey_space(const Tree& tree, const SpaceOptions& options);
+/// Reads a tree once and groups it in every way, also by age whatever `by` is. The hierarchy has at
+/// most 12 owners of an area, and 5 extensions of an owner.
+Space survey_space(const Tree& tree, const StatsOptions& options);
 
 // ---- what a clean would remove ------------------------------------------------------------------
 // How much a clean would remove for each age limit.

@@ -112,21 +112,15 @@ std::vector<std::string> part_folders(const FoundEntry& entry) {
   return FoundParts(entry.folder.path).of({entry.file});
 }
 
-Below& Below::operator+=(const Below& other) {
-  files += other.files;
-  bytes += other.bytes;
-  return *this;
-}
-
-Below count_below(const std::string& path, const std::function<void()>& at_each) {
-  Below all;
+admin::Sum count_below(const std::string& path, const std::function<void()>& at_each) {
+  admin::Sum all;
   sys::Folder folder;
   if (!folder.open(path).ok()) return all;
   sys::Entry entry;
   while (folder.next(entry)) {
     if (at_each) at_each();
     all += entry.kind == sys::Kind::kFolder ? count_below(sys::join(path, entry.name), at_each)
-                                            : Below{1, folder.describe(entry).size};
+                                            : admin::Sum{1, folder.describe(entry).size};
   }
   return all;
 }

@@ -2,6 +2,7 @@
 
 #include <deque>
 
+#include "client/admin/stats.h"
 #include "client/admin/versions.h"
 #include "client/stgctl/target.h"
 
@@ -117,15 +118,9 @@ class FoundParts {
 /// The sub-part folders of one version.
 std::vector<std::string> part_folders(const FoundEntry& entry);
 
-/// Files and bytes below a folder. Links count as files and are not followed.
-struct Below {
-  std::uint64_t files = 0;
-  std::uint64_t bytes = 0;
-
-  Below& operator+=(const Below& other);
-};
+/// Counts what is below a folder. Links count as files and are not followed.
 /// @param at_each is called before each item, and can throw.
-Below count_below(const std::string& folder, const std::function<void()>& at_each = {});
+admin::Sum count_below(const std::string& folder, const std::function<void()>& at_each = {});
 
 // ---- removing many -----------------------------------------------------------------------------
 

@@ -76,10 +76,9 @@ Json grouping(const std::string& table, const char* caption, const char* first,
 
 /// Adds what uses the space of the tree.
 admin::Stats survey(Context& context, std::int64_t now, Json& page) {
-  admin::SpaceOptions asked;
-  asked.stats = context.walk<admin::StatsOptions>();
-  asked.stats.now = now;
-  Progress progress(context.out(), "counting", asked.stats);
+  auto asked = context.walk<admin::StatsOptions>();
+  asked.now = now;
+  Progress progress(context.out(), "counting", asked);
   admin::Space space = admin::survey_space(context.tree(), asked);
   Context::stop_if_interrupted();
   admin::Stats& stats = space.stats;

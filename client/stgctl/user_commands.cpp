@@ -112,7 +112,7 @@ Exit run_rename(Context& context, const RenameOptions& options) {
 struct OwnerFolder {
   std::string owner;
   admin::Area area = admin::Area::kUser;
-  Below content;
+  admin::Sum content;
 };
 
 struct RemoveOptions : Arguments {
@@ -123,7 +123,7 @@ Exit run_remove(Context& context, const RemoveOptions& options) {
   const std::vector<std::string>& owners = options.owners;
   require_owners(context);
   std::vector<OwnerFolder> folders;
-  Below all;
+  admin::Sum all;
   std::vector<std::string> unknown;
   for (const std::string& owner : owners) {
     check_owner("the owner", owner);
