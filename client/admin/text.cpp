@@ -178,33 +178,40 @@ const char* why_not_safe(std::string_view name) {
   return nullptr;
 }
 
-bool matches(std::string_view pattern, std::string_view name) {
+bool matches(std::string_view pattern, std::string_view name,
+             std::vector<std::string_view>* stars) {
+  /// A "*" of the pattern, and the part of the name that it takes.
+  struct Star {
+    std::size_t at;
+    std::size_t begin;
+    std::size_t end;
+  };
+  std::vector<Star> found;
   std::size_t at = 0;
   std::size_t in_name = 0;
-  std::size_t star = std::string_view::npos;
-  std::size_t resume = 0;
   const auto step = [&](std::size_t from) {
     return from + std::max<std::size_t>(decode(name.substr(from)).length, 1);
   };
-  while (in_name < name.size()) {
-    if (at < pattern.size() && pattern[at] == '*') {
-      star = at++;
-      resume = in_name;
-    } else if (at < pattern.size() && pattern[at] == '?') {
+  while (at < pattern.size() || in_name < name.size()) {
+    const char wanted = at < pattern.size() ? pattern[at] : '\0';
+    if (at < pattern.size() && wanted == '*') {
+      found.push_back({at++, in_name, in_name});
+    } else if (at < pattern.size() && in_name < name.size() &&
+               (wanted == '?' || wanted == name[in_name])) {
       ++at;
-      in_name = step(in_name);
-    } else if (at < pattern.size() && pattern[at] == name[in_name]) {
-      ++at;
-      ++in_name;
-    } else if (star != std::string_view::npos) {
-      at = star + 1;
-      resume = step(resume);
-      in_name = resume;
+      in_name = wanted == '?' ? step(in_name) : in_name + 1;
+    } else if (in_name < name.size() && !found.empty()) {
+      // The last "*" takes one character more.
+      Star& last = found.back();
+      at = last.at + 1;
+      in_name = last.end = step(last.end);
     } else {
       return false;
     }
   }
-  return pattern.find_first_not_of('*', at) == std::string_view::npos;
+  if (stars == nullptr) return true;
+  for (const Star& each : found) stars->push_back(name.substr(each.begin, each.end - each.begin));
+  return true;
 }
 
 std::string format_time(std::int64_t seconds) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_set>
+#include <vector>
 
 /// @file
 /// Names are bytes. These functions show and compare them, and make file names from them.
@@ -41,7 +42,9 @@ const char* why_not_portable(std::string_view name);
 const char* why_not_safe(std::string_view name);
 
 /// Matches a pattern: "*" is any number of characters, "?" is one UTF-8 character. Case-sensitive.
-bool matches(std::string_view pattern, std::string_view name);
+/// @param stars gets the text of the name for each "*", the first ones as short as possible.
+bool matches(std::string_view pattern, std::string_view name,
+             std::vector<std::string_view>* stars = nullptr);
 
 // ---- checksums ---------------------------------------------------------------------------------
 

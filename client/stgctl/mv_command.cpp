@@ -88,33 +88,14 @@ struct Options : Arguments {
   Flag replace{*this, "--replace", "Replace a version that exists"};
 };
 
-/// Adds the texts that the stars of a pattern match in a name. The first ones are as short as
-/// possible, which fits every name that matches at all. @return whether the name matches.
-bool match(std::string_view pattern, std::string_view name, std::vector<std::string>& stars) {
-  for (; !pattern.empty() && pattern.front() != '*'; pattern.remove_prefix(1)) {
-    const bool is_any = pattern.front() == '?';
-    if (name.empty() || (!is_any && pattern.front() != name.front())) return false;
-    name.remove_prefix(1);
-    // "?" also takes the following bytes of a UTF-8 character.
-    while (is_any && !name.empty() && is_continuation(name.front())) name.remove_prefix(1);
-  }
-  if (pattern.empty()) return name.empty();
-  for (std::size_t size = 0; size <= name.size(); ++size) {
-    stars.emplace_back(name.substr(0, size));
-    if (match(pattern.substr(1), name.substr(size), stars)) return true;
-    stars.pop_back();
-  }
-  return false;
-}
-
 /// The pattern @p to, with the texts that the stars of @p from match in the name.
-/// @throws Failure kRefused if the name does not match @p from.
+/// @param name matches @p from.
 std::string renamed(const std::string& from, const std::string& to, const std::string& name) {
-  std::vector<std::string> stars;
-  if (!match(from, name, stars)) refuse("{} cannot be matched by that pattern", shown(name));
+  std::vector<std::string_view> stars;
+  admin::matches(from, name, &stars);
   std::string result;
-  auto star = stars.begin();
-  for (const char c : to) result += c == '*' ? *star++ : std::string(1, c);
+  std::size_t next = 0;
+  for (const char c : to) result += c == '*' ? stars[next++] : std::string_view(&c, 1);
   return result;
 }
 

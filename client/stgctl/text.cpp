@@ -28,6 +28,9 @@ std::optional<std::uint64_t> parse_with_unit(std::string_view text,
   return std::nullopt;
 }
 
+/// Whether a byte continues a UTF-8 character.
+bool is_continuation(char c) { return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U; }
+
 constexpr std::uint64_t kMinute = 60;
 constexpr std::uint64_t kHour = 60 * kMinute;
 constexpr std::uint64_t kDay = 24 * kHour;

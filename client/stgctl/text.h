@@ -31,8 +31,6 @@ std::size_t columns(std::string_view text);
 
 /// At most so many columns of valid UTF-8.
 std::string cut(std::string_view text, std::size_t most);
-/// Whether a byte continues a UTF-8 character.
-constexpr bool is_continuation(char c) { return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U; }
 
 /// The number that is the whole text. @return nothing for other text.
 template <class Number>

@@ -91,6 +91,20 @@ TEST(AdminText, MatchesShellPatterns) {
         << each.pattern << " on " << each.name;
 }
 
+TEST(AdminText, SaysWhatEachStarMatches) {
+  using Stars = std::vector<std::string_view>;
+  const auto stars = [](std::string_view pattern, std::string_view name) {
+    Stars found;
+    EXPECT_TRUE(admin::matches(pattern, name, &found)) << pattern << " on " << name;
+    return found;
+  };
+  EXPECT_EQ(stars("*", "abc"), (Stars{"abc"}));
+  EXPECT_EQ(stars("a*", "a"), (Stars{""}));
+  EXPECT_EQ(stars("*a*b", "xaxaxb"), (Stars{"x", "xax"}));
+  EXPECT_EQ(stars("**.*", "a.b.c"), (Stars{"", "a", "b.c"}));
+  EXPECT_EQ(stars("*?*", "\xC3\xA4\xE4"), (Stars{"", "\xE4"}));
+}
+
 TEST(AdminKeyLines, ChangesTheFirstLineOfAKeyAndDropsTheOthers) {
   std::string text = "a=1\nb=2\ta=3\r\na=4";
   EXPECT_EQ(admin::set_key(text, "a", "5"), admin::KeyEdit::kChanged);
