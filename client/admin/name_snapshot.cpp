@@ -27,6 +27,32 @@ SavedIndex measure(std::string_view text) {
   return index;
 }
 
+void compare_indexes(const SavedIndexes& before, const SavedIndexes& now,
+                     const std::function<void(const std::string& folder, const SavedIndex* before,
+                                              const SavedIndex* now)>& sink) {
+  for (const auto& [folder, index] : now) {
+    const auto old = before.find(folder);
+    if (old == before.end() || old->second.digest != index.digest)
+      sink(folder, old == before.end() ? nullptr : &old->second, &index);
+  }
+  for (const auto& [folder, index] : before) {
+    if (!now.contains(folder)) sink(folder, &index, nullptr);
+  }
+}
+
+Snapshot description_of(Snapshot head, const SavedIndexes& before, const SavedIndexes& now) {
+  head.folders = now.size();
+  for (const auto& [folder, index] : now) {
+    head.entries += index.entries;
+    head.bytes += index.size;
+  }
+  compare_indexes(
+      before, now, [&](const std::string&, const SavedIndex* old, const SavedIndex* index) {
+        ++(old == nullptr ? head.added : index == nullptr ? head.removed : head.changed);
+      });
+  return head;
+}
+
 // ---- taking a snapshot -------------------------------------------------------------------------
 
 namespace {

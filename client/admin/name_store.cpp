@@ -401,21 +401,12 @@ SavedIndex NameStore::add(std::string_view text, const SavedIndex* earlier) {
 
 Snapshot NameStore::commit(Snapshot head, const SavedIndexes& before, const SavedIndexes& now) {
   Manifest manifest;
-  for (const auto& [folder, index] : now) {
-    head.entries += index.entries;
-    head.bytes += index.size;
-    const auto old = before.find(folder);
-    if (old != before.end() && old->second == index) continue;
-    manifest.list.emplace(folder, index);
-    ++(old == before.end() ? head.added : head.changed);
-  }
-  for (const auto& [folder, index] : before) {
-    if (now.contains(folder)) continue;
-    manifest.list.emplace(folder, std::nullopt);
-    ++head.removed;
-  }
+  compare_indexes(before, now,
+                  [&](const std::string& folder, const SavedIndex*, const SavedIndex* index) {
+                    manifest.list.emplace(folder, index ? std::optional(*index) : std::nullopt);
+                  });
+  head = description_of(std::move(head), before, now);
   head.number = last_number() + 1;
-  head.folders = now.size();
   head.checksum = sum_of(now);
   head.is_whole =
       before.empty() || head.number % kWholeListEvery == 1 || manifest.list.size() > now.size() / 2;

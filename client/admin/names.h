@@ -59,6 +59,14 @@ struct Snapshot {
   bool is_whole = true;
 };
 
+/// Passes on the indexes whose texts differ: first those that are in @p now, then those that are
+/// only in @p before. An index that is missing on one side is null.
+void compare_indexes(const SavedIndexes& before, const SavedIndexes& now,
+                     const std::function<void(const std::string& folder, const SavedIndex* before,
+                                              const SavedIndex* now)>& sink);
+/// The description of the snapshot @p now that follows @p before. @param head its other members.
+Snapshot description_of(Snapshot head, const SavedIndexes& before, const SavedIndexes& now);
+
 // ---- taking a snapshot -------------------------------------------------------------------------
 
 /// The name of a folder in a snapshot: its path below the storage folder, with "/".
@@ -159,7 +167,7 @@ class NameStore {
   /// Stores a text. @param earlier an index with a similar text, or null.
   SavedIndex add(std::string_view text, const SavedIndex* earlier);
   /// Completes the snapshot; after the call it is valid.
-  /// @param head time, storage, layout, and number of unread indexes; the call fills in the rest.
+  /// @param head time, storage, layout, and number of unread indexes; the call adds the rest.
   /// @param before the indexes of last_number(), empty if they could not be read.
   /// @return the complete description.
   Snapshot commit(Snapshot head, const SavedIndexes& before, const SavedIndexes& now);

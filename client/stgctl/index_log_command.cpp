@@ -65,22 +65,14 @@ std::uint64_t show_changes(Context& context, NameStore& store,
     const NamesFilter filter(context, tree_of_names(context, kept.snapshot->layout),
                              options.folder);
     SavedIndexes now = store.indexes_of(kept.number);
-    for (const auto& [name, index] : now) {
-      const auto old = before.find(name);
-      if (old != before.end() && old->second.digest == index.digest) continue;
-      const auto folder = filter.wanted(name);
-      if (!folder) continue;
-      ++shown_lines;
-      show_folder(context, *kept.snapshot, *folder, old == before.end() ? "new" : "changed",
-                  &index);
-    }
-    for (const auto& [name, index] : before) {
-      if (now.contains(name)) continue;
-      const auto folder = filter.wanted(name);
-      if (!folder) continue;
-      ++shown_lines;
-      show_folder(context, *kept.snapshot, *folder, "gone", nullptr);
-    }
+    admin::compare_indexes(
+        before, now, [&](const std::string& name, const SavedIndex* old, const SavedIndex* index) {
+          const auto folder = filter.wanted(name);
+          if (!folder) return;
+          ++shown_lines;
+          const char* const change = old == nullptr ? "new" : index == nullptr ? "gone" : "changed";
+          show_folder(context, *kept.snapshot, *folder, change, index);
+        });
     before = std::move(now);
   }
   return shown_lines;

@@ -38,22 +38,6 @@ admin::TakenIndexes take(Context& context, const SavedIndexes& before,
   return taken;
 }
 
-/// What NameStore::commit() would return.
-Snapshot preview(const SavedIndexes& before, const SavedIndexes& now, Snapshot head,
-                 std::uint64_t last) {
-  head.number = last + 1;
-  head.folders = now.size();
-  for (const auto& [name, index] : now) {
-    head.entries += index.entries;
-    head.bytes += index.size;
-    const auto old = before.find(name);
-    if (old == before.end()) ++head.added;
-    if (old != before.end() && old->second.digest != index.digest) ++head.changed;
-  }
-  for (const auto& [name, index] : before) head.removed += now.contains(name) ? 0U : 1U;
-  return head;
-}
-
 void show(Context& context, const Snapshot& snapshot, const std::string& file,
           std::uint64_t written) {
   Output& out = context.out();
@@ -102,8 +86,9 @@ Exit run_snapshot(Context& context, const Options& options) {
         take(context, before, [&](std::string_view text, const SavedIndex* earlier) {
           return dry ? admin::measure(text) : store->add(text, earlier);
         });
+    head.number = last + 1;
     head.unread = taken.unread;
-    const Snapshot made = dry ? preview(before, taken.indexes, head, last)
+    const Snapshot made = dry ? admin::description_of(head, before, taken.indexes)
                               : store->commit(head, before, taken.indexes);
     show(context, made, file, dry ? 0 : store->file_size() - size);
     if (taken.lock_missed) return Exit::kLockTimeout;
