@@ -20,7 +20,7 @@ os::EntryKind entry_kind_of(sys::Kind kind) {
 void FolderView::load(const DocumentFolder& folder, const sys::Locking& locking) {
   m_folder = folder;
   read_index(locking);
-  list();
+  list(folder.path);
 }
 
 os::Status FolderView::load_locked(const DocumentFolder& folder, LockedFile& index) {
@@ -28,8 +28,7 @@ os::Status FolderView::load_locked(const DocumentFolder& folder, LockedFile& ind
   m_index_status = index.read_text(m_index_bytes);
   if (!m_index_status.ok()) return m_index_status;
   take_text();
-  list();
-  return m_status;
+  return list(folder.path);
 }
 
 void FolderView::take_text() {
@@ -39,7 +38,8 @@ void FolderView::take_text() {
   m_index_state = m_index_text.empty() ? IndexState::kNoBytes : IndexState::kRead;
 }
 
-void FolderView::list() {
+const os::Status& FolderView::list(const std::string& folder) {
+  m_folder.path = folder;
   m_names.clear();
   os::Listing entries;
   std::vector<sys::Kind> kinds;
@@ -56,6 +56,7 @@ void FolderView::list() {
   m_files = std::make_unique<FolderFiles>(m_folder.path, std::move(entries));
   for (const os::Entry entry : m_files->entries())
     m_names.push_back({entry.name, kinds[m_names.size()]});
+  return m_status;
 }
 
 void FolderView::read_index(const sys::Locking& locking) {

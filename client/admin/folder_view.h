@@ -52,6 +52,9 @@ class FolderView {
   /// completes an interrupted save. @return the status of reading it, or of the listing.
   os::Status load_locked(const DocumentFolder& folder, LockedFile& index);
 
+  /// Only lists the folder. @return the status of the listing.
+  const os::Status& list(const std::string& folder);
+
   const DocumentFolder& folder() const { return m_folder; }
   /// The status of the listing.
   const os::Status& status() const { return m_status; }
@@ -92,7 +95,6 @@ class FolderView {
   std::optional<std::string> read_counter(const sys::Locking& locking) const;
 
  private:
-  void list();
   void read_index(const sys::Locking& locking);
   void take_text();
 

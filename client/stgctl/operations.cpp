@@ -67,33 +67,22 @@ void overwrite_file(Context& context, StoreItem& item) {
 
 // ---- sub-parts ---------------------------------------------------------------------------------
 
-FoundParts::FoundParts(std::string folder) : m_folder(std::move(folder)) {
-  static_cast<void>(sys::list_sorted(m_folder, m_items));
-}
-
 std::vector<std::string> FoundParts::of(const std::vector<std::string>& files) const {
   const std::set<std::string, std::less<>> wanted(files.begin(), files.end());
-  const auto is_file = [this](std::string_view name) {
-    const auto found = std::ranges::lower_bound(m_items, name, {}, &sys::Child::name);
-    return found != m_items.end() && found->name == name && found->kind != sys::Kind::kFolder;
-  };
   std::vector<std::string> parts;
-  for (const auto& [name, kind] : m_items) {
-    if (kind != sys::Kind::kFolder) continue;
-    // The document is the file with the longest name before an underscore. A folder is none: the
-    // sub-parts a.kdc_s and a.kdc_s_t both belong to a.kdc.
-    std::size_t at = name.rfind('_');
-    while (at != std::string::npos && at > 0 && !is_file(std::string_view(name).substr(0, at)))
-      at = name.rfind('_', at - 1);
-    if (at != std::string::npos && at > 0 && wanted.contains(name.substr(0, at)))
-      parts.push_back(name);
+  for (const admin::Name& name : m_view.names()) {
+    if (name.kind != sys::Kind::kFolder) continue;
+    const std::uint32_t document = m_view.document_of(name.text);
+    if (document != admin::FolderView::kNone && wanted.contains(m_view.names()[document].text))
+      parts.emplace_back(name.text);
   }
+  std::ranges::sort(parts);
   return parts;
 }
 
 void FoundParts::remove(const std::vector<std::string>& files) const {
   for (const std::string& part : of(files)) {
-    const std::string path = sys::join(m_folder, part);
+    const std::string path = m_view.path_of(part);
     vu_file::recurseRemoveDir(path);
     if (sys::describe(path).kind != sys::Kind::kMissing)
       fail("done, but its old sub-parts in {} could not be removed completely", shown(path));
@@ -234,7 +223,7 @@ std::optional<Failure> remove_together(Context& context, const std::vector<Remov
   for (Removal* const each : removals) by_folder[each->entry->folder.path].push_back(each);
   std::vector<admin::OldVersions> folders;
   // Read while the files exist: their names show which sub-parts belong to which file.
-  std::vector<FoundParts> parts;
+  std::deque<FoundParts> parts;
   for (const auto& [path, of_folder] : by_folder) {
     admin::OldVersions& folder = folders.emplace_back();
     folder.folder = of_folder.front()->entry->folder;

@@ -101,7 +101,7 @@ class StoreBatch {
 /// the name of a document's file and "_". It belongs to the file with the longest such name.
 class FoundParts {
  public:
-  explicit FoundParts(std::string folder);
+  explicit FoundParts(const std::string& folder) { m_view.list(folder); }
 
   /// The sub-part folders of some files.
   std::vector<std::string> of(const std::vector<std::string>& files) const;
@@ -111,8 +111,7 @@ class FoundParts {
   void try_to_remove(Context& context, const std::vector<std::string>& files) const;
 
  private:
-  std::string m_folder;
-  std::vector<admin::sys::Child> m_items;  ///< sorted by name
+  admin::FolderView m_view;
 };
 
 /// The sub-part folders of one version.
