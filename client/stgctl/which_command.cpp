@@ -7,12 +7,11 @@ namespace {
 /// The document's file for a path in its folder: the file itself, or the file of a sub-part.
 std::string document_file(const admin::DocumentFolder& folder, const std::string& rest) {
   const std::string first = rest.substr(0, rest.find(sys::kSeparator));
-  if (sys::describe(sys::join(folder.path, first)).kind != sys::Kind::kFolder) return first;
-  for (std::size_t at = first.find('_'); at != std::string::npos; at = first.find('_', at + 1)) {
-    const std::string document = first.substr(0, at);
-    if (sys::describe(sys::join(folder.path, document)).kind == sys::Kind::kFile) return document;
-  }
-  return first;
+  admin::FolderView view;
+  view.list(folder.path);
+  if (view.kind_of(first) != sys::Kind::kFolder) return first;
+  const std::uint32_t document = view.document_of(first);
+  return document == admin::FolderView::kNone ? first : std::string(view.names()[document].text);
 }
 
 Exit show_logical(Context& context, const admin::Located& located) {

@@ -174,6 +174,11 @@ TEST_F(ClientLook, TellsTheFileOfAnEntryAndTheEntryOfAFile) {
   make_folder(path + "_\\html\\p1");
   write_file(path + "_\\html\\p1\\page", "x");
   EXPECT_EQ(look({"which", shell_path(path + "_\\html\\p1\\page")}), "docs/anna/sales.kdc@0\n");
+  // Of two files whose names precede an underscore, the longer one has the sub-parts.
+  const std::string bucket = storage() + "\\docs\\anna\\00000055\\";
+  for (const char* file : {"plain", "plain_a"}) write_file(bucket + file, "x");
+  make_folder(bucket + "plain_a_s");
+  EXPECT_EQ(look({"which", shell_path(bucket + "plain_a_s")}), "docs/anna/plain_a@0  (orphan)\n");
   const std::vector<Json> back = look_json({"which", path}, "stgctl.which/1");
   EXPECT_EQ(back.at(0).at("direction"), "logical");
   EXPECT_EQ(look_json({"which", "sales.kdc"}, "stgctl.which/1").size(), 2U);
