@@ -189,18 +189,16 @@ bool ManifestReader::next(ManifestItem& item) {
       if (const char* const why = why_no_item(item)) damaged(why);
       if (m_last && *m_last >= item.what) damaged("its records are in the wrong order");
       m_last = item.what;
-      m_met.add(item);
+      m_sums.add(item);
       return true;
     }
     if (record != "end") damaged("it has an unknown record");
-    m_digest = m_checksum.text();
-    m_sums = m_met;
     m_sums.failed = line.at("failed").get<std::uint64_t>();
-    if (line.at("xxh128").get<std::string>() != m_digest ||
-        line.at("versions").get<std::uint64_t>() != m_met.versions ||
-        line.at("parts").get<std::uint64_t>() != m_met.parts ||
-        line.at("files").get<std::uint64_t>() != m_met.files ||
-        line.at("bytes").get<std::uint64_t>() != m_met.bytes)
+    if (line.at("xxh128").get<std::string>() != m_checksum.text() ||
+        line.at("versions").get<std::uint64_t>() != m_sums.versions ||
+        line.at("parts").get<std::uint64_t>() != m_sums.parts ||
+        line.at("files").get<std::uint64_t>() != m_sums.files ||
+        line.at("bytes").get<std::uint64_t>() != m_sums.bytes)
       damaged("its totals or its checksum do not match");
   } catch (const Parsed::exception& error) {
     damaged(error.what());

@@ -46,7 +46,6 @@ class ManifestWriter {
   ManifestWriter(const std::string& folder, const ManifestHead& head);
 
   void add(const ManifestItem& item);
-  const ManifestSums& sums() const { return m_sums; }
   void end(std::uint64_t failed);
 
  private:
@@ -70,8 +69,6 @@ class ManifestReader {
   bool next(ManifestItem& item);
   /// After the last item: the totals in the manifest.
   const ManifestSums& sums() const { return m_sums; }
-  /// After the last item: the checksum of the manifest, which identifies it.
-  const std::string& checksum() const { return m_digest; }
 
  private:
   bool read_line(std::string& text);
@@ -84,9 +81,7 @@ class ManifestReader {
   ManifestHead m_head;
   admin::Checksum m_checksum;
   std::optional<admin::Holding> m_last;
-  ManifestSums m_met;
-  ManifestSums m_sums;
-  std::string m_digest;
+  ManifestSums m_sums;  ///< so far
 };
 
 /// The item as reports name it; a file by its path.

@@ -87,8 +87,6 @@ class SavedNames {
   /// The number of entries in a folder and below it, in the last snapshot that has any there.
   /// @param snapshot gets the number of that snapshot; unchanged if the result is 0.
   std::uint64_t entries_below(const std::string& folder, std::uint64_t& snapshot);
-  /// Whether there are snapshots at all.
-  bool any() const { return !m_snapshots.empty(); }
 
  private:
   struct Snapshot {
