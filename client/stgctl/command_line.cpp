@@ -25,15 +25,6 @@ void apply(CLI::Option& option, Type type, Rules rules) {
   }
 }
 
-/// The global options as typed. Their texts are converted after the whole line was parsed.
-struct Typed {
-  std::string layout = "auto";
-  std::string lock_timeout = "30";
-  std::string color = "auto";
-  std::string progress = "auto";
-  std::string trace;
-};
-
 const std::vector<std::string> kWhen = {"auto", "always", "never"};
 const std::vector<std::string> kLayouts = {"auto", "owner", "flat"};
 const std::vector<std::string> kLevels = {"xs", "s", "m", "l", "xl"};
@@ -56,48 +47,56 @@ std::vector<std::string> area_names() {
   return names;
 }
 
-void declare_global_options(CLI::App& app, GlobalOptions& options, Typed& typed) {
+void declare_global_options(CLI::App& app, GlobalOptions& options) {
   const char* group = "The tree";
   const auto option = [&](const char* name, std::string& value, const char* type,
                           const char* description) {
     return app.add_option(name, value, description)->type_name(type)->group(group);
   };
+  // Options that are read by a function.
+  const auto read = [&](const char* name, const auto& take, const char* type,
+                        const char* description) {
+    return app.add_option_function<std::string>(name, take, description)
+        ->type_name(type)
+        ->group(group);
+  };
+  const auto choice = [&](const char* name, auto& value, const std::vector<std::string>& words,
+                          const char* description) {
+    using Value = std::remove_reference_t<decltype(value)>;
+    const auto take = [&value, &words](const std::string& word) {
+      value = *value_named<Value>(words, word);
+    };
+    read(name, take, "WORD", description)->check(CLI::IsMember(words));
+  };
   option("--root", options.root, "DIR",
          "The folder that contains 'storage': the root of the library (environment: STG_ROOT)");
   option("--storage", options.storage, "DIR", "The storage folder itself");
-  option("--layout", typed.layout, "WORD", "A folder per owner, or flat without owners")
-      ->check(CLI::IsMember(kLayouts));
+  choice("--layout", options.layout, kLayouts, "A folder per owner, or flat without owners");
   option("--area", options.area, "WORD", "The area")->check(CLI::IsMember(area_names()));
   option("--owner", options.owner, "OWNER", "The user or domain; AREA/OWNER also names the area");
 
   group = "Output";
   app.add_flag("--json", options.json, "Print results as JSON")->group(group);
-  option("--color", typed.color, "WORD", "When to use colours")->check(CLI::IsMember(kWhen));
-  option("--progress", typed.progress, "WORD", "When to show the progress bar")
-      ->check(CLI::IsMember(kWhen));
+  choice("--color", options.color, kWhen, "When to use colours");
+  choice("--progress", options.progress, kWhen, "When to show the progress bar");
 
   group = "Work";
-  option("--lock-timeout", typed.lock_timeout, "SECONDS",
-         "How long to wait for a lock, in seconds; 'none' waits without limit (30)")
+  const auto take_timeout = [&options](const std::string& text) {
+    const auto seconds = parse_number<double>(text);
+    options.lock_timeout.reset();
+    if (seconds)
+      options.lock_timeout = std::chrono::milliseconds(static_cast<std::int64_t>(*seconds * 1000));
+  };
+  read("--lock-timeout", take_timeout, "SECONDS",
+       "How long to wait for a lock, in seconds; 'none' waits without limit (30)")
       ->check(CLI::Validator(check_timeout, ""));
-  option("--trace", typed.trace, "LEVEL", "Write the library's traces up to this level")
+  const auto take_level = [&options](const std::string& level) {
+    options.trace = value_named<vu_host::trace_level>(kLevels, CLI::detail::to_lower(level));
+  };
+  read("--trace", take_level, "LEVEL", "Write the library's traces up to this level")
       ->check(CLI::IsMember(kLevels, CLI::ignore_case));
   option("--trace-file", options.trace_file, "FILE",
          "Write the traces to this file instead of standard error");
-}
-
-void read_typed(const Typed& typed, GlobalOptions& options) {
-  options.layout = *value_named<admin::Layout>(kLayouts, typed.layout);
-  options.color = *value_named<When>(kWhen, typed.color);
-  options.progress = *value_named<When>(kWhen, typed.progress);
-  if (!typed.trace.empty()) {
-    options.trace = *value_named<vu_host::trace_level>(kLevels, CLI::detail::to_lower(typed.trace));
-  }
-  options.lock_timeout.reset();
-  if (typed.lock_timeout != "none") {
-    const double seconds = parse_number<double>(typed.lock_timeout).value_or(0);
-    options.lock_timeout = std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
-  }
 }
 
 /// Splits an owner of the form "AREA/OWNER". An owner's name contains no separator.
@@ -238,7 +237,6 @@ OptionUsage usage_of(const CLI::Option& option) {
   if (!is_flag) read_type(option.get_type_name(), usage);
   if (usage.names.empty()) usage.positional = usage.value;
   usage.description = option.get_description();
-  usage.group = option.get_group();
   usage.is_required = option.get_required();
   usage.is_repeated = option.get_items_expected_max() > 1;
   return usage;
@@ -249,7 +247,6 @@ void collect(const CLI::App& app, std::vector<std::string> path, std::vector<Com
   usage.path = path;
   usage.summary = app.get_description();
   usage.details = app.get_footer();
-  usage.group = app.get_group();
   for (const CLI::Option* option : app.get_options()) usage.options.push_back(usage_of(*option));
   std::vector<const CLI::App*> below;
   for (const CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; })) {
@@ -303,7 +300,6 @@ struct CommandLine::Parts {
 
   CLI::App app{"Inspects, explains, checks and changes a storage tree.", "stgctl"};
   GlobalOptions options;
-  Typed typed;
   std::map<std::string, CLI::App*> families;
   std::vector<Leaf> leaves;
 };
@@ -316,7 +312,7 @@ CommandLine::Parts::Parts() {
   app.footer(
       "Every command that changes the tree takes --dry-run and asks first. Without a\n"
       "terminal it needs --yes. 'stgctl help COMMAND' says more.");
-  declare_global_options(app, options, typed);
+  declare_global_options(app, options);
   for (const Command& command : all_commands()) add(command);
 }
 
@@ -361,7 +357,6 @@ std::optional<Exit> CommandLine::parse(std::vector<std::string> arguments, Outpu
     if (!options.root.empty() && !options.storage.empty()) {
       throw CLI::ExcludesError("--root", "--storage");
     }
-    read_typed(m_parts->typed, options);
     take_owner_apart(options);
   } catch (const CLI::ParseError& result) {
     return tell_parse_result(m_parts->app, result, out);

@@ -12,7 +12,6 @@ struct OptionUsage {
   std::string value;               ///< "DIR"; empty for a flag
   std::vector<std::string> choices;
   std::string description;
-  std::string group;
   bool is_required = false;
   bool is_repeated = false;
 };
@@ -21,7 +20,6 @@ struct CommandUsage {
   std::vector<std::string> path;  ///< empty for the program itself, otherwise {"keys", "show"}
   std::string summary;
   std::string details;
-  std::string group;
   std::vector<OptionUsage> options;
   std::vector<std::string> subcommands;
 
