@@ -83,13 +83,12 @@ os::Status OpenFile::cut_at(std::uint64_t size) {
 
 // ---- locked files ------------------------------------------------------------------------------
 
-os::Status LockedFile::open(const std::string& path, For purpose, IfMissing if_missing,
-                            const sys::Locking& locking) {
+os::Status LockedFile::open(const std::string& path, For purpose, const sys::Locking& locking) {
   close();
   m_path = path;
   m_purpose = purpose;
   const sys::Kind kind = sys::describe(path).kind;
-  if (kind == sys::Kind::kMissing && if_missing == IfMissing::kFail) return kNotFound;
+  if (kind == sys::Kind::kMissing && purpose != For::kCreating) return kNotFound;
   if (kind != sys::Kind::kMissing && kind != sys::Kind::kFile) return kNoPlainFile;
   const bool reads = purpose == For::kReading;
   const os::Status opened =
@@ -201,8 +200,8 @@ bool is_leftover(const std::string& path) {
   const sys::Kind kind = sys::describe(path).kind;
   if (kind != sys::Kind::kFolder) return kind == sys::Kind::kFile;
   LockedFile lock;
-  const os::Status status = lock.open(lock_in(path), LockedFile::For::kReading,
-                                      LockedFile::IfMissing::kFail, sys::Locking().at_once());
+  const os::Status status =
+      lock.open(lock_in(path), LockedFile::For::kReading, sys::Locking().at_once());
   return status.failure() != os::Failure::kLocked;
 }
 
@@ -214,7 +213,7 @@ os::Status StagingFolder::make(const std::string& folder) {
     made = os::create_directory(path);
     if (made.failure() == os::Failure::kAlreadyExists) continue;
     if (!made.ok()) return made;
-    made = take(path, LockedFile::IfMissing::kMake);
+    made = take(path, LockedFile::For::kCreating);
     if (made.ok()) return made;
     // Another process has taken the folder, or removed it and perhaps made it again.
     if (made.failure() == os::Failure::kLocked || made.failure() == os::Failure::kNotFound)
@@ -225,9 +224,8 @@ os::Status StagingFolder::make(const std::string& folder) {
   return made;
 }
 
-os::Status StagingFolder::take(const std::string& path, LockedFile::IfMissing if_missing) {
-  const os::Status locked =
-      m_lock.open(lock_in(path), LockedFile::For::kChanging, if_missing, sys::Locking().at_once());
+os::Status StagingFolder::take(const std::string& path, LockedFile::For purpose) {
+  const os::Status locked = m_lock.open(lock_in(path), purpose, sys::Locking().at_once());
   if (!locked.ok()) return locked;
   // The process that had the lock before may have removed the lock file, and another one may have
   // created it again. The mark shows whether the locked file is the one at the path. Where nobody
@@ -275,7 +273,7 @@ void StagingFolder::remove_leftovers(const std::string& folder) {
   }
   for (const std::string& path : left) {
     StagingFolder dead;
-    const os::Status taken = dead.take(path, LockedFile::IfMissing::kFail);
+    const os::Status taken = dead.take(path, LockedFile::For::kChanging);
     // This removes only an empty folder.
     if (taken.failure() == os::Failure::kNotFound) static_cast<void>(os::remove_directory(path));
   }

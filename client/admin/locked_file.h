@@ -50,19 +50,21 @@ class OpenFile {
 /// changes only trial files.
 class LockedFile : public OpenFile {
  public:
-  enum class For : std::uint8_t { kReading, kChanging };
-  enum class IfMissing : std::uint8_t { kFail, kMake };
+  enum class For : std::uint8_t {
+    kReading,
+    kChanging,
+    kCreating,  ///< like kChanging, but creates a missing file
+  };
 
-  /// Fails with Failure::kLocked after the time-out. Opens only plain files, no links. With
-  /// kChanging the file is always locked, whatever the mode in @p locking.
-  os::Status open(const std::string& path, For purpose, IfMissing if_missing,
-                  const sys::Locking& locking);
+  /// Fails with Failure::kLocked after the time-out. Opens only plain files, no links. Except with
+  /// kReading the file is always locked, whatever the mode in @p locking.
+  os::Status open(const std::string& path, For purpose, const sys::Locking& locking);
 
   /// The size, looked up by the path.
   std::uint64_t size() const { return sys::describe(m_path).size; }
   /// Reads all bytes.
   os::Status read_all(std::string& bytes);
-  /// Reads the valid text of an index or a counter. With kChanging it first completes an
+  /// Reads the valid text of an index or a counter. Except with kReading it first completes an
   /// interrupted save, so the file then contains only the text.
   os::Status read_text(std::string& text);
   /// Whether another file has the same bytes. Reads it without a lock.
@@ -125,7 +127,7 @@ class StagingFolder {
 
  private:
   /// Locks a folder, without waiting.
-  os::Status take(const std::string& path, LockedFile::IfMissing if_missing);
+  os::Status take(const std::string& path, LockedFile::For purpose);
   /// Removes the locked folder. Files that cannot be removed stay.
   void remove();
   static void remove_leftovers(const std::string& folder);

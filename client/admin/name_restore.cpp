@@ -187,7 +187,7 @@ os::Status restore_names(const DocumentFolder& folder, std::string_view saved,
                          const sys::Locking& locking, RestorePlan& plan) {
   LockedFile index;
   os::Status status = index.open(sys::join(folder.path, index_format::kIndexFile),
-                                 LockedFile::For::kChanging, LockedFile::IfMissing::kMake, locking);
+                                 LockedFile::For::kCreating, locking);
   FolderView view;
   if (status.ok()) status = view.load_locked(folder, index);
   if (!status.ok()) return status;

@@ -220,10 +220,8 @@ TextHead shared_of(std::string_view old_text, std::string_view new_text) {
 
 NameStore::NameStore(const std::string& path, For purpose, const sys::Locking& locking)
     : m_path(path) {
-  const bool appends = purpose == For::kAppending;
-  const os::Status opened =
-      m_file.open(path, appends ? LockedFile::For::kChanging : LockedFile::For::kReading,
-                  appends ? LockedFile::IfMissing::kMake : LockedFile::IfMissing::kFail, locking);
+  const bool appends = purpose != For::kReading;
+  const os::Status opened = m_file.open(path, purpose, locking);
   if (opened.failure() == os::Failure::kNotFound && !appends)
     throw StoreError(StoreError::Why::kMissing, "no names are saved in " + printable(path));
   if (opened.failure() == os::Failure::kLocked) {

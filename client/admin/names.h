@@ -134,9 +134,9 @@ class NameStore {
   };
   static constexpr std::size_t kTrailerSize = 56;
 
-  enum class For : std::uint8_t { kReading, kAppending };
+  using For = LockedFile::For;
 
-  /// @param purpose kAppending creates the file if it is missing.
+  /// @param purpose kReading, or kCreating to append snapshots.
   NameStore(const std::string& path, For purpose, const sys::Locking& locking);
   /// Removes what was added and not committed.
   ~NameStore();

@@ -235,8 +235,7 @@ void NewVersions::prepare() {
 bool NewVersions::open_index() {
   const std::string path = path_of(index_format::kIndexFile);
   const bool is_new = sys::describe(path).kind == sys::Kind::kMissing;
-  os::Status status =
-      m_index.file.open(path, LockedFile::For::kChanging, LockedFile::IfMissing::kMake, m_locking);
+  os::Status status = m_index.file.open(path, LockedFile::For::kCreating, m_locking);
   if (status.ok() && is_new && m_index.file.size() == 0) {
     // An empty index would look like one that lost its entries.
     status = m_index.file.write_at(0, " ");
@@ -292,8 +291,7 @@ bool NewVersions::draw_numbers(const IndexNames& names) {
   const std::string path = path_of(index_format::kCounterFile);
   LockedFile counter;
   std::string text;
-  os::Status status =
-      counter.open(path, LockedFile::For::kChanging, LockedFile::IfMissing::kMake, m_locking);
+  os::Status status = counter.open(path, LockedFile::For::kCreating, m_locking);
   if (status.ok()) status = counter.read_text(text);
   std::int32_t last = std::max({counter_in(text), highest_number(m_index.view), 0});
   if (status.ok()) {
@@ -368,8 +366,7 @@ bool NewVersions::replace_files() {
     version.file = version.replaces;
     const std::string path = path_of(version.file);
     LockedFile old;
-    const os::Status locked = old.open(path, LockedFile::For::kChanging,
-                                       LockedFile::IfMissing::kFail, m_locking.at_once());
+    const os::Status locked = old.open(path, LockedFile::For::kChanging, m_locking.at_once());
     if (!locked.ok() && locked.failure() != os::Failure::kLocked) {
       version.fail_to_write("its file", path, locked);
       continue;
@@ -436,8 +433,7 @@ class Removal {
 
 bool Removal::remove_files() {
   const std::string path = sys::join(m_what.folder.path, index_format::kIndexFile);
-  os::Status status =
-      m_index.file.open(path, LockedFile::For::kChanging, LockedFile::IfMissing::kFail, m_locking);
+  os::Status status = m_index.file.open(path, LockedFile::For::kChanging, m_locking);
   if (status.ok()) status = m_index.view.load_locked(m_what.folder, m_index.file);
   if (!status.ok()) {
     for (OldVersion* const each : m_what.versions) each->refuse("the index", path, status);
@@ -467,8 +463,7 @@ bool Removal::remove(OldVersion& version, const IndexNames& names) {
     return false;
   };
   LockedFile file;
-  const os::Status locked = file.open(path, LockedFile::For::kChanging,
-                                      LockedFile::IfMissing::kFail, m_locking.at_once());
+  const os::Status locked = file.open(path, LockedFile::For::kChanging, m_locking.at_once());
   if (!locked.ok()) {
     const bool is_used = locked.failure() == os::Failure::kLocked;
     return stays(is_used ? Fate::kInUse : Fate::kFailed, why_not_usable(path, locked));

@@ -145,7 +145,7 @@ void set_time(Context& context, const std::string& path, const std::string& sour
   using admin::LockedFile;
   LockedFile file;
   const auto open = [&](LockedFile::For purpose) {
-    return file.open(path, purpose, LockedFile::IfMissing::kFail, context.locking());
+    return file.open(path, purpose, context.locking());
   };
   os::Status opened = open(LockedFile::For::kChanging);
   // A read-only file opens only for reading. A shared lock at least excludes writers.

@@ -72,7 +72,7 @@ Exit run_snapshot(Context& context, const Options& options) {
     const bool is_there = sys::describe(file).kind != sys::Kind::kMissing;
     std::optional<NameStore> store;
     if (is_there || !dry)
-      store.emplace(file, dry ? NameStore::For::kReading : NameStore::For::kAppending,
+      store.emplace(file, dry ? NameStore::For::kReading : NameStore::For::kCreating,
                     context.locking());
     if (store && store->torn_bytes() != 0) {
       context.out().note(formatted("stgctl: {} bytes after the last snapshot are incomplete{}",

@@ -114,8 +114,7 @@ os::Status write_in_place(admin::LockedFile& file, std::string_view old_text,
 std::vector<KeyEdit> rewrite(Context& context, const std::string& path,
                              const std::vector<Edit>& edits, Change change) {
   admin::LockedFile file;
-  const os::Status opened = file.open(path, admin::LockedFile::For::kChanging,
-                                      admin::LockedFile::IfMissing::kFail, context.locking());
+  const os::Status opened = file.open(path, admin::LockedFile::For::kChanging, context.locking());
   Context::stop_if_interrupted();
   if (opened.failure() == os::Failure::kLocked) throw lock_missed(context, path);
   check_read(path, opened);

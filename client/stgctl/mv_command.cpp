@@ -31,8 +31,7 @@ constexpr std::size_t kMostMoves = 1000;
 /// Waits until no process has a document open: a half-written document must not be copied.
 bool wait_for(Context& context, const std::string& path) {
   admin::LockedFile file;
-  const os::Status status = file.open(path, admin::LockedFile::For::kChanging,
-                                      admin::LockedFile::IfMissing::kFail, context.locking());
+  const os::Status status = file.open(path, admin::LockedFile::For::kChanging, context.locking());
   Context::stop_if_interrupted();
   if (status.failure() == os::Failure::kLocked) throw lock_missed(context, path);
   return true;

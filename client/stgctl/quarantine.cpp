@@ -118,10 +118,10 @@ std::string AppliedPlan::item(const Step& step) const {
 }
 
 AppliedPlan::AppliedPlan(Context& context, const std::string& folder, std::uint64_t number,
-                         LockedFile::For purpose, LockedFile::IfMissing if_missing)
+                         LockedFile::For purpose)
     : m_quarantine(folder), m_manifest(std::make_unique<LockedFile>()) {
   m_record.number = number;
-  check(m_manifest->open(path(), purpose, if_missing, context.locking()), path());
+  check(m_manifest->open(path(), purpose, context.locking()), path());
   std::string text;
   check(m_manifest->read_all(text), path());
   read(std::string_view(text));
@@ -133,8 +133,7 @@ AppliedPlan AppliedPlan::begin(Context& context, const std::string& folder,
   const std::vector<std::uint64_t> numbers = applied_plans(folder);
   const std::uint64_t number = numbers.empty() ? 1 : numbers.back() + 1;
   make_folder(sys::join(folder, plan_name(number)));
-  AppliedPlan plan(context, folder, number, LockedFile::For::kChanging,
-                   LockedFile::IfMissing::kMake);
+  AppliedPlan plan(context, folder, number, LockedFile::For::kCreating);
   if (plan.m_end != 0)
     fail("{} was just created by another repair; run the command again", shown(plan.path()));
   const std::int64_t now = os::now();
@@ -206,8 +205,7 @@ Step AppliedPlan::begin_step(const Repair& repair, const std::string* before,
   step.number = m_record.steps.empty() ? 1 : m_record.steps.back().number + 1;
   if (before != nullptr) {
     LockedFile file;
-    os::Status status =
-        file.open(item(step), LockedFile::For::kChanging, LockedFile::IfMissing::kMake, {});
+    os::Status status = file.open(item(step), LockedFile::For::kCreating, {});
     if (status.ok()) status = file.cut_at(0);
     if (status.ok()) status = file.write_at(0, *before);
     if (status.ok()) status = file.flush();

@@ -120,8 +120,7 @@ class AppliedPlan {
   /// Opens a plan. Its manifest stays locked, which excludes other processes.
   /// @throws Failure kFailed, kLockTimeout; so does begin().
   AppliedPlan(Context& context, const std::string& folder, std::uint64_t number,
-              admin::LockedFile::For purpose,
-              admin::LockedFile::IfMissing if_missing = admin::LockedFile::IfMissing::kFail);
+              admin::LockedFile::For purpose);
   static AppliedPlan begin(Context& context, const std::string& folder, const std::string& digest,
                            std::int64_t keep);
 

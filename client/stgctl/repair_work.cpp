@@ -32,16 +32,12 @@ std::string file_of(const std::string& path) {
 }
 bool is_missing(const std::string& path) { return sys::describe(path).kind == sys::Kind::kMissing; }
 
-/// Opens and locks a file. @param if_gone the text of the skipped step if the file is missing; null
-/// to create the file.
+/// Opens and locks a file. @param if_gone the text of the skipped step if the file is missing.
 void open_locked(Context& context, LockedFile& file, const std::string& path,
                  LockedFile::For purpose, const char* if_gone) {
-  const os::Status status =
-      file.open(path, purpose,
-                if_gone == nullptr ? LockedFile::IfMissing::kMake : LockedFile::IfMissing::kFail,
-                context.locking());
+  const os::Status status = file.open(path, purpose, context.locking());
   check_locked(context, path, status);
-  if (status.failure() == os::Failure::kNotFound && if_gone != nullptr) skip(if_gone);
+  if (status.failure() == os::Failure::kNotFound) skip(if_gone);
   check(status);
 }
 
@@ -53,8 +49,8 @@ void look(FolderView& view, const std::string& folder, LockedFile& index) {
     view.load(place, sys::Locking::none());
 }
 
-LockedFile::For purpose_of(Context& context) {
-  return context.is_dry_run() ? LockedFile::For::kReading : LockedFile::For::kChanging;
+LockedFile::For purpose_of(Context& context, LockedFile::For change = LockedFile::For::kChanging) {
+  return context.is_dry_run() ? LockedFile::For::kReading : change;
 }
 
 /// How to change the bytes of a file.
@@ -163,7 +159,8 @@ std::string set_counter(Context& context, const Repair& repair, const std::strin
   std::string text;
   LockedFile counter;
   if (!was_missing || !work.is_dry()) {
-    open_locked(context, counter, path, purpose_of(context), nullptr);
+    open_locked(context, counter, path, purpose_of(context, LockedFile::For::kCreating),
+                "the counter no longer exists");
     check(counter.read_text(text));
   }
   if (!text.empty() && admin::counter_in(text) >= admin::counter_in(repair.value))

@@ -426,8 +426,7 @@ std::string client_repair(const Target& target) {
   const admin::DocumentFolder folder = folder_of(target);
   admin::LockedFile index;
   const os::Status opened =
-      index.open(sys::join(folder.path, "index.dat"), admin::LockedFile::For::kChanging,
-                 admin::LockedFile::IfMissing::kFail, {});
+      index.open(sys::join(folder.path, "index.dat"), admin::LockedFile::For::kChanging, {});
   if (!opened.ok()) return "no index";
   admin::FolderView view;
   if (!view.load_locked(folder, index).ok()) return "failed";

@@ -260,7 +260,7 @@ TEST(AdminRestoreOfATree, LetsTheLibraryReadEveryDocumentByItsNameAgain) {
   }
   const auto ignore = [](const std::string&, const std::string&) {};
   {
-    admin::NameStore store(names, admin::NameStore::For::kAppending, {});
+    admin::NameStore store(names, admin::NameStore::For::kCreating, {});
     const admin::TakenIndexes taken = admin::take_indexes(
         tree, {}, {},
         [&](std::string_view text, const admin::SavedIndex* earlier) {

@@ -23,7 +23,7 @@ class AdminNames : public ::testing::Test {
 
   /// Saves a snapshot: each text is the index of the folder "user/<key>".
   std::uint64_t save(const std::map<std::string, std::string>& texts, std::int64_t time = 1000) {
-    NameStore store(path(), NameStore::For::kAppending, {});
+    NameStore store(path(), NameStore::For::kCreating, {});
     const std::uint64_t last = store.last_number();
     SavedIndexes before;
     if (last != 0) before = store.indexes_of(last);
@@ -193,7 +193,7 @@ TEST_F(AdminNames, LoseOnlyWhatDependsOnDamagedBytes) {
 TEST_F(AdminNames, AreNotReadFromAnotherKindOfFile) {
   for (const std::string& bytes : {std::string("hello"), std::string(5000, '\0')}) {
     write_file(file(), bytes);
-    for (const auto purpose : {NameStore::For::kReading, NameStore::For::kAppending}) {
+    for (const auto purpose : {NameStore::For::kReading, NameStore::For::kCreating}) {
       try {
         NameStore(path(), purpose, {});
         ADD_FAILURE() << bytes.size();
@@ -212,7 +212,7 @@ TEST_F(AdminNames, AreRemovedWhenASnapshotIsNotCommitted) {
   save({{"anna", long_text(5)}});
   const std::string whole = read_file(file());
   {
-    NameStore store(path(), NameStore::For::kAppending, {});
+    NameStore store(path(), NameStore::For::kCreating, {});
     // Large enough to be written in several pieces.
     store.add(long_text(60'000), nullptr);
   }
@@ -228,7 +228,7 @@ TEST_F(AdminNames, ADamagedListIsNotExtended) {
   last = static_cast<char>(last ^ 0x01);
   write_file(file(), bytes);
   EXPECT_EQ(why(2), StoreError::Why::kDamaged);
-  NameStore store(path(), NameStore::For::kAppending, {});
+  NameStore store(path(), NameStore::For::kCreating, {});
   SavedIndexes now;
   now["user/anna"] = store.add(long_text(9), nullptr);
   admin::Snapshot head;
