@@ -68,9 +68,13 @@ void open_over_in_time(vu_file& file, const Address& address, const Place& place
   std::list<Category> categories;
   if (address.type == STG::UserFilesRepository) categories = lock_categories(place, address.name);
   for (Category& category : categories) {
+    const unsigned failures_before = Call::current().failures();
     category.file.clear();
-    category.file.write(category.text);
+    const bool is_whole = write_from(category.file, category.text);
+    const std::string path = category.file.getFilePath();
     category.file.close();
+    if (!is_whole || Call::current().failures() != failures_before)
+      throw Refusal{VU_FAILED, "not all lines of a category file were written", told_path(path)};
   }
   if (address.is_corporate())
     vu_file::recurseRemoveDir(layout::root_of_parts(place.path(), vu_storage::getTdcTimeStamp()));

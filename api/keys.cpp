@@ -140,17 +140,21 @@ vu_status change(const KeyFile& of, const std::string& name,
   const STG::NameValueSeq before = lines_of(read_to_end(file).view());
   const auto lines = changed(before, name, value);
   if (!lines) throw Refusal{VU_NOTHING_MATCHED, "there is no such line", {}};
+  // Failures before this point have been survived. If they stopped the call now, the lines would be
+  // lost.
+  const unsigned failures_before = Call::current().failures();
+  const auto has_failed = [&] { return Call::current().failures() != failures_before; };
   file.clear();
-  if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, told_path(place.path())};
+  if (has_failed()) throw Refusal{VU_FAILED, {}, told_path(place.path())};
   const std::string text = key_text::join(*lines);
   const bool is_whole = file.write(text) == static_cast<int>(text.size());
   file.close();
-  if (!is_whole || Call::current().heard_failure())
+  if (!is_whole || has_failed())
     return failed_or(VU_FAILED,
                      "not all lines were written, and the file is cut short; write it again",
                      told_path(place.path()));
   Call::current().note_change();
-  return VU_DONE;
+  return done_unless_told();
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "file/folder_entries.h"
 #include "file/lock_limit.h"
 #include "index/index_format.h"
 #include "platform/os/os.h"
@@ -106,15 +107,21 @@ NewFile::Answer NewFile::asked(const std::string& file) const {
   const LockLimit none(std::nullopt);
   const unsigned troubles_before = Call::current().troubles();
   std::string entered;
-  if (STGIndex::exists(m_folder, m_name, m_version, entered))
-    return m_folder + "\\" + entered == file ? Answer::kYes : Answer::kNo;
+  if (STGIndex::exists(m_folder, m_name, m_version, entered)) {
+    if (m_folder + "\\" + entered == file) return Answer::kYes;
+    // A file with the name of the document hides the entry.
+    return entered == m_name ? Answer::kUnknown : Answer::kNo;
+  }
   return Call::current().troubles() == troubles_before ? Answer::kNo : Answer::kUnknown;
 }
 
 NewFile::~NewFile() {
   if (m_is_kept || !is_made()) return;
   try {
-    if (asked(path()) == Answer::kNo) vu_file::remove(path());
+    if (asked(path()) != Answer::kNo || remove_plain_file(path())) return;
+    // A copy can be read-only, like its source.
+    vu_file::chmodW(path());
+    vu_file::remove(path());
   } catch (...) {
     // It stays.
   }

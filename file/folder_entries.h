@@ -20,7 +20,7 @@ bool copy_and_flush(const std::string& src, const std::string& dst);
 
 /// Creates an empty file, and waits until it is on the device: an index that names it may be there
 /// first. @return false if the name is taken. @throws vu_file_except after another failure, which
-/// is traced; then there is no file.
+/// is traced; then it has tried to remove the file again.
 bool create_new_file(const std::string& path);
 
 /// Removes a plain file that its owner can write, and nothing else: the work of vu_file::chmodW()

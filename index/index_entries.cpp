@@ -146,7 +146,8 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
     if (!made || m_state->is_anothers(new_key, std::string(made.stored))) return;
     const std::string new_file = index_format::file_name_of(new_key, made.stored);
     if (new_file == replaced_file) return;
-    remove_if_there(folder + new_file);
+    const std::string new_path = folder + new_file;
+    if (remove_if_there(new_path)) OwnFiles::forget(new_path);
     trace_removal(m_folder);
   };
   bool is_copied = false;

@@ -17,3 +17,7 @@ bool OwnFiles::are_required() noexcept { return t_rule != nullptr; }
 void OwnFiles::note(std::string path) noexcept {
   if (t_rule != nullptr) t_rule->m_last = std::move(path);
 }
+
+void OwnFiles::forget(std::string_view path) noexcept {
+  if (t_rule != nullptr && t_rule->m_last == path) t_rule->m_last.clear();
+}

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 /// A rule for the new entries of the calling thread: each gets a file that did not exist before.
 ///
@@ -30,6 +31,8 @@ class OwnFiles {
   static bool are_required() noexcept;
   /// Notes the file of a new entry, if the rule applies.
   static void note(std::string path) noexcept;
+  /// Forgets a file that was removed again. Another program may get its name now.
+  static void forget(std::string_view path) noexcept;
 
  private:
   std::string m_last;

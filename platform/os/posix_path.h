@@ -28,7 +28,8 @@ class NativePath {
 
  private:
   std::array<char, 256> m_room;  // not initialised
-  std::pmr::monotonic_buffer_resource m_memory{m_room.data(), m_room.size()};
+  std::pmr::monotonic_buffer_resource m_memory{m_room.data(), m_room.size(),
+                                               std::pmr::new_delete_resource()};
   std::pmr::string m_text{&m_memory};
 };
 

@@ -452,6 +452,83 @@ TEST_F(CInterfaceFaults, ANewFileIsOnTheDeviceBeforeTheIndexNamesIt) {
   EXPECT_EQ(files(), std::vector<std::string>{"a.txt"});
 }
 
+TEST_F(CInterfaceFaults, ALineIsNotLostByAFailureThatWasSurvived) {
+  const vu_document file = document("keys.txt");
+  ASSERT_EQ(vu_key_set(m_store, &file, "a", "1"), VU_DONE);
+  for (const Call call : {Call::unlock, Call::close, Call::lock}) {
+    for (std::uint64_t nth = 1;; ++nth) {
+      vu_status status = VU_FAILED;
+      {
+        const auto fault = faults::fail(call, kRefused, nth);
+        status = vu_key_set(m_store, &file, "b", "2");
+        if (fault.hits() == 0) break;
+      }
+      const std::string lines = content(file);
+      EXPECT_TRUE(lines.starts_with("a=1\n")) << static_cast<int>(call) << nth << lines;
+      const bool is_made = status == VU_DONE || status == VU_PARTLY_DONE;
+      EXPECT_TRUE(!is_made || lines == "a=1\nb=2\n") << static_cast<int>(call) << nth;
+      vu_key_delete(m_store, &file, "b");
+      ASSERT_LT(nth, 100U);
+    }
+  }
+}
+
+TEST_F(CInterfaceFaults, WhatAnotherProgramWritesIntoANewFileStays) {
+  vu_settings settings = VU_SETTINGS_INIT;
+  settings.wait_ms = VU_NO_WAIT;
+  vu_store* hurried = nullptr;
+  ASSERT_EQ(vu_open_store(&settings, &hurried), VU_ALREADY);
+  const std::string folder = m_scratch.path("storage\\user\\anna");
+  const vu_document next = document("c.txt");
+  for (std::uint64_t nth = 1;; ++nth) {
+    std::string file;
+    // The other program writes as soon as the index has the entry.
+    const auto write_once = [&] {
+      if (!file.empty() || read_file(folder + "\\index.dat").find("c.txt_") == std::string::npos)
+        return;
+      for (const std::string& name : vu_file::filenames(folder)) {
+        if (name.ends_with(".txt") && read_file(folder + "\\" + name).empty())
+          file = folder + "\\" + name;
+      }
+      if (!file.empty()) write_file(file, "other=1\n");
+    };
+    {
+      const auto hook = faults::before(Call::probe_search, write_once, 1, Times::kLasting);
+      const auto fault = faults::fail(Call::lock, os::Status(11, os::Failure::kLocked), nth);
+      const vu_status status = vu_key_set(hurried, &next, "line", "value");
+      const bool is_made = status == VU_DONE || status == VU_PARTLY_DONE;
+      EXPECT_TRUE(is_made || status == VU_LOCK_TIMEOUT) << nth << vu_status_name(status);
+      if (!file.empty()) {
+        EXPECT_EQ(read_file(file), is_made ? "other=1\nline=value\n" : "other=1\n") << nth;
+      }
+      if (fault.hits() == 0) break;
+    }
+    vu_remove(m_store, &next);
+    ASSERT_LT(nth, 100U);
+  }
+  EXPECT_EQ(vu_close_store(hurried), VU_DONE);
+}
+
+TEST_F(CInterfaceFaults, AReadOnlyCopyThatCannotBeSavedIsRemoved) {
+  const std::string folder = m_scratch.path("storage\\user\\anna");
+  const vu_document next = document("c.txt");
+  const std::string source = m_scratch.path("in");
+  write_file(source, "copy");
+  make_read_only(source);
+  const std::string in = native(source).string();
+  const std::size_t before = vu_file::filenames(folder).size();
+  for (std::uint64_t nth = 1;; ++nth) {
+    {
+      const auto fault = faults::fail(Call::write, kRefused, nth);
+      vu_copy_in(m_store, &next, in.c_str(), 0, nullptr);
+      if (fault.hits() == 0) break;
+    }
+    if (vu_exists(m_store, &next) == VU_DONE) vu_remove(m_store, &next);
+    EXPECT_EQ(vu_file::filenames(folder).size(), before) << nth;
+    ASSERT_LT(nth, 100U);
+  }
+}
+
 TEST_F(CInterfaceFaults, ASavedEntryStaysAlthoughALockWasRefusedBefore) {
   // Another program uses the new entry at once. The call may not remove it.
   vu_settings settings = VU_SETTINGS_INIT;
