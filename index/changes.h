@@ -1,14 +1,13 @@
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <optional>
 #include <span>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "index/name_index.h"
+#include "index/name_order.h"
 
 /// Values by name that differ from those of the loaded text: of keys, or of physical names. A
 /// change stays at its position until the end; one without a value says that the entry is removed.
@@ -46,14 +45,15 @@ class Changes {
     }
     return m_all.size() - 1;
   }
-  /// All names with the positions of their changes, in byte-wise order. Valid until the next add().
-  std::span<const std::pair<std::string_view, std::size_t>> in_order() const {
-    if (m_order.size() == m_all.size()) return m_order;
-    m_order.clear();
-    m_order.reserve(m_all.size());
-    for (std::size_t i = 0; i < m_all.size(); ++i) m_order.emplace_back(m_all[i].name, i);
-    std::sort(m_order.begin(), m_order.end());
-    return m_order;
+  /// The positions of all changes, in byte-wise order of their names. Valid until the next add().
+  std::span<const NameOrder<2>::Element> in_order() const {
+    if (m_order.size() != m_all.size()) {
+      m_order.clear();
+      m_order.reserve(m_all.size());
+      for (std::size_t i = 0; i < m_all.size(); ++i) m_order.add(m_all[i].name, i);
+      m_order.sort(NameAt{m_all});
+    }
+    return m_order.sorted();
   }
 
  private:
@@ -64,5 +64,5 @@ class Changes {
 
   std::vector<Change> m_all;
   NameIndex m_index;
-  mutable std::vector<std::pair<std::string_view, std::size_t>> m_order;  // in_order() of m_all
+  mutable NameOrder<2> m_order;  // in_order() of m_all
 };

@@ -69,7 +69,7 @@ struct Marks {
 
 /// The positions of the last two characters of a name before its extension; 0 if there are fewer.
 std::array<std::size_t, 2> end_of_stem(std::string_view name) {
-  const std::size_t stem = name.size() - extension_of(name).size();
+  const std::size_t stem = stem_of(name).size();
   return {stem < 1 ? 0 : stem - 1, stem < 2 ? 0 : stem - 2};
 }
 

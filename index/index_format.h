@@ -60,6 +60,11 @@ inline std::string_view extension_of(std::string_view name) {
   return {};
 }
 
+/// The name without its extension.
+inline std::string_view stem_of(std::string_view name) {
+  return name.substr(0, name.size() - extension_of(name).size());
+}
+
 /// Whether the name of an entry's file is the physical name with the logical name's extension. This
 /// is true for all entries except adopted files.
 bool bears_extension(std::string_view key, std::string_view stored);

@@ -39,14 +39,18 @@ std::string next_free_name(std::int32_t last, IndexState& index, const std::stri
   return index_format::kFirstName;
 }
 
-/// Converts ASCII letters after the last dot to lower case. A name without a dot stays as it is.
-std::string with_lower_case_extension(std::string name) {
-  const std::size_t dot = name.rfind('.');
-  if (dot == std::string::npos) return name;
-  for (std::size_t i = dot + 1; i < name.size(); ++i) {
+/// Converts the ASCII letters after the last dot to lower case. There must be a dot.
+void lower_extension(std::string& name) {
+  for (std::size_t i = name.rfind('.') + 1; i < name.size(); ++i) {
     if (name[i] >= 'A' && name[i] <= 'Z') name[i] = static_cast<char>(name[i] - 'A' + 'a');
   }
-  return name;
+}
+
+std::string path_in(const std::string& folder, std::string_view name) {
+  std::string path;
+  path.reserve(folder.size() + 1 + name.size());
+  path.append(folder).append("\\").append(name);
+  return path;
 }
 
 }  // namespace
@@ -95,23 +99,19 @@ bool STGIndex::alreadyInMaps(const std::string& found) const {
   const std::optional<std::string_view> key = m_state->way_back_of(found);
   if (key && index_format::timestamp_of(*key) == 0 && index_format::logical_of(*key) == found)
     return true;
-  std::string stem = found;
-  std::string extension;
-  vu_file::split(stem, extension);
+  const std::string_view stem = index_format::stem_of(found);
   return m_state->way_back_of(stem).has_value();
 }
 
 void STGIndex::add_not_referenced_entry(const std::string& found) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   m_state->file_changes(found);
-  const auto path_of = [this](std::string_view name) {
-    return std::string(m_folder).append("\\").append(name);
-  };
   std::string name = found;
-  std::string path = path_of(found);
+  std::string path = path_in(m_folder, found);
   if (name.find('.') != std::string::npos) {
-    name = with_lower_case_extension(std::move(name));
-    std::string new_path = path_of(name);
+    std::string new_path = path;
+    lower_extension(name);
+    lower_extension(new_path);
     // Required: the file is renamed even if no letter changed.
     if (vu_file::rename(path, new_path)) {
       path = std::move(new_path);
@@ -121,9 +121,9 @@ void STGIndex::add_not_referenced_entry(const std::string& found) {
   }
 
   const std::string key = entryAndTS(name, 0);
-  const std::string physical(m_state->find(key).value_or(name));
+  const std::string_view physical = m_state->find(key).value_or(name);
   m_state->insert(key, physical);
-  vu_file::chmodW(physical == name ? path : path_of(physical));
+  vu_file::chmodW(physical == name ? path : path_in(m_folder, physical));
   VU_TRACE_M(
       " STGIndex (copy manually to folder): Set need update flag to true: index.dat will be "
       "updated");
@@ -146,7 +146,7 @@ void STGIndex::synchronizeToFolder() {
       const os::Entry entry = entries[i];
       if (entry.kind == os::EntryKind::kFolder || index_format::is_index_file(entry.name)) continue;
       const std::string name(entry.name);
-      if (entry.kind == os::EntryKind::kUnknown && vu_file::is_dir(m_folder + "\\" + name))
+      if (entry.kind == os::EntryKind::kUnknown && vu_file::is_dir(path_in(m_folder, name)))
         continue;
       if (!alreadyInMaps(name)) add_not_referenced_entry(name);
     }

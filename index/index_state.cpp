@@ -145,15 +145,15 @@ std::size_t IndexState::change_of_stored_name(std::string_view stored) {
 }
 
 void IndexState::insert(std::string_view key, std::string_view stored) {
-  add(key, stored);
-  m_by_key[change_of_key(key)].is_doubtful = true;
+  enter(key, stored).is_doubtful = true;
 }
 
-void IndexState::add(std::string_view key, std::string_view stored) {
+Changes::Change& IndexState::enter(std::string_view key, std::string_view stored) {
   const std::size_t back = change_of_stored_name(stored);
   Changes::Change& name = m_by_key[change_of_key(key)];
   if (!name.value) name.value = m_by_stored_name[back].name;
   if (std::optional<std::string_view>& way = m_by_stored_name[back].value; !way) way = name.name;
+  return name;
 }
 
 IndexState::Taken IndexState::take(std::string_view key) {

@@ -78,12 +78,13 @@ class IndexState {
   template <class Run, class Changed>
   void walk(Run run, Changed changed) const {
     std::span<const IndexLine> rest = m_entries;
-    for (const auto& [key, position] : m_by_key.in_order()) {
-      const std::size_t before = lines_before(rest, key);
+    for (const NameOrder<2>::Element& element : m_by_key.in_order()) {
+      const Changes::Change& change = m_by_key[element.position];
+      const std::size_t before = lines_before(rest, change.name);
       if (before != 0) run(rest.first(before));
       rest = rest.subspan(before);
-      if (!rest.empty() && rest.front().key == key) rest = rest.subspan(1);
-      if (const auto& stored = m_by_key[position].value) changed(key, *stored);
+      if (!rest.empty() && rest.front().key == change.name) rest = rest.subspan(1);
+      if (change.value) changed(change.name, *change.value);
     }
     if (!rest.empty()) run(rest);
   }
@@ -122,7 +123,7 @@ class IndexState {
   /// key keeps that key. The save judges the entry.
   void insert(std::string_view key, std::string_view stored);
   /// The same for an entry that has just been judged.
-  void add(std::string_view key, std::string_view stored);
+  void add(std::string_view key, std::string_view stored) { enter(key, stored); }
   /// A removed entry, or nothing. put_back() restores it without new memory.
   struct Taken {
     std::string_view stored;
@@ -209,6 +210,8 @@ class IndexState {
   /// value.
   std::size_t change_of_key(std::string_view key);
   std::size_t change_of_stored_name(std::string_view stored);
+  /// Adds an entry. @return the change of its key.
+  Changes::Change& enter(std::string_view key, std::string_view stored);
   void forget_making(std::string_view key) noexcept;
   /// Empties both changes.
   Taken take_out(std::size_t by_key, std::size_t by_stored_name) noexcept;

@@ -1,10 +1,6 @@
 #include "index/name_list.h"
 
-#include <algorithm>
-#include <array>
 #include <cstddef>
-#include <cstdint>
-#include <cstring>
 #include <deque>
 #include <span>
 #include <string>
@@ -13,23 +9,11 @@
 #include "index/folder_files.h"
 #include "index/index_format.h"
 #include "index/index_reader.h"
+#include "index/name_order.h"
 
 namespace {
 
 using index_format::logical_of;
-
-/// The first eight bytes as a number; the numbers compare like the texts.
-std::uint64_t head_of(std::string_view text) {
-  std::array<unsigned char, sizeof(std::uint64_t)> bytes{};
-  if (text.size() >= bytes.size()) {
-    std::memcpy(bytes.data(), text.data(), bytes.size());
-  } else {
-    std::copy(text.begin(), text.end(), bytes.begin());
-  }
-  std::uint64_t head = 0;
-  for (const unsigned char byte : bytes) head = head << 8U | byte;
-  return head;
-}
 
 /// Collects entries as pairs of file name and logical name, and sorts them. Order of calls: add()
 /// or add_made() for each entry in the order of the keys; then fill() once. Of several entries with
@@ -54,14 +38,9 @@ class NameList {
   }
 
   void fill(IndexState::NameMap& out) {
-    std::sort(m_order.begin(), m_order.end(), [this](const Head& one, const Head& other) {
-      // The heads nearly always decide.
-      if (one.head != other.head) return one.head < other.head;
-      const int order = m_names[one.name].file.compare(m_names[other.name].file);
-      return order != 0 ? order < 0 : one.name < other.name;
-    });
-    for (const Head& head : m_order) {
-      const Name& name = m_names[head.name];
+    m_order.sort([this](std::size_t position) { return m_names[position].file; });
+    for (const NameOrder<1>::Element& element : m_order.sorted()) {
+      const Name& name = m_names[element.position];
       out.emplace_hint(out.end(), name.file, name.logical);
     }
   }
@@ -71,25 +50,20 @@ class NameList {
     std::string_view file;
     std::string_view logical;
   };
-  /// What is sorted: small, so that swapping is cheap.
-  struct Head {
-    std::uint64_t head;
-    std::size_t name;  ///< in m_names
-  };
 
   static bool has_extension(std::string_view key, std::string_view stored) {
     return index_format::bears_extension(key, stored) &&
            !index_format::extension_of(logical_of(key)).empty();
   }
   void add(std::string_view file, std::string_view logical) {
-    m_order.push_back({head_of(file), m_names.size()});
+    m_order.add(file, m_names.size());
     m_names.push_back({file, logical});
   }
 
   const FolderFiles& m_files;
   std::deque<std::string> m_made;
   std::vector<Name> m_names;
-  std::vector<Head> m_order;
+  NameOrder<1> m_order;
 };
 
 }  // namespace

@@ -310,8 +310,9 @@ class IndexSave {
   /// Collects the keys whose lines are judged again after the load. These are the keys of the
   /// operation, and the keys of lines that may lead to a changed file.
   void find_doubtful() {
-    for (const auto& [key, position] : m_state.m_by_key.in_order()) {
-      if (m_state.m_by_key[position].is_doubtful) m_doubtful.push_back(key);
+    for (const NameOrder<2>::Element& element : m_state.m_by_key.in_order()) {
+      const Changes::Change& change = m_state.m_by_key[element.position];
+      if (change.is_doubtful) m_doubtful.push_back(change.name);
     }
     // Example: after an adoption one listing costs less than a check of each file.
     m_is_listed = m_doubtful.size() > kAskedSingly;
