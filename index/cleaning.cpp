@@ -8,6 +8,7 @@
 
 #include "file/file_internal.h"
 #include "file/folder_entries.h"
+#include "file/path_text.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "index/index_state.h"
@@ -242,7 +243,7 @@ void sweep_orphans(IndexState& own, const IndexState& now, const vu_utf8string& 
   STGIndex::NameMap physical_names;
   add_physical_names(now, physical_names);
 
-  const std::string index_file = own.folder() + "\\" + kIndexFile;
+  const std::string index_file = path_text::join(own.folder(), kIndexFile);
   for (const vu_utf8string& name : orphans) {
     if (is_accounted_for(physical_names, name.str())) continue;
     // Without an index there was nothing to lock. If an index exists now, it may name these files.

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "file/folder_entries.h"
+#include "file/path_text.h"
 #include "index/counter.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
@@ -27,7 +28,7 @@ std::string make_own_file(IndexState& state, const std::string& key, Draw draw) 
   for (std::int32_t before = -1;;) {
     const std::string physical = draw();
     std::string name = index_format::file_name_of(key, physical);
-    std::string path = state.folder() + "\\" + name;
+    std::string path = path_text::join(state.folder(), name);
     if (create_new_file(path)) {
       OwnFiles::note(std::move(path));
       state.insert(key, physical);
@@ -67,7 +68,8 @@ std::string STGIndex::_create(const std::string& logical, long timestamp) {
   }
 
   // The file of an unknown entry may exist; the caller opens it and finds out.
-  const Presence presence = needs_own_file ? Presence::kThere : presence_of(m_folder + "\\" + name);
+  const Presence presence =
+      needs_own_file ? Presence::kThere : presence_of(path_text::join(m_folder, name));
   if (presence == Presence::kMissing || (presence == Presence::kUnknown && unknown == nullptr)) {
     vu_file file(m_folder, name);
     file.open(o_append);
@@ -111,7 +113,7 @@ void STGIndex::_remove(const std::string& logical, long timestamp) {
   if (!stored) return;
 
   const std::string file = index_format::file_name_of(key, *stored);
-  const std::string path = m_folder + "\\" + file;
+  const std::string path = path_text::join(m_folder, file);
   m_state->file_changes(file);
   m_state->take(key);
   if (remove_if_there(path)) m_state->file_is_gone(file);

@@ -8,6 +8,7 @@
 
 #include "file/handle_core.h"
 #include "file/lock_limit.h"
+#include "file/path_text.h"
 #include "file/replacement.h"
 #include "index/counter.h"
 #include "index/index_format.h"
@@ -44,13 +45,6 @@ void lower_extension(std::string& name) {
   for (std::size_t i = name.rfind('.') + 1; i < name.size(); ++i) {
     if (name[i] >= 'A' && name[i] <= 'Z') name[i] = static_cast<char>(name[i] - 'A' + 'a');
   }
-}
-
-std::string path_in(const std::string& folder, std::string_view name) {
-  std::string path;
-  path.reserve(folder.size() + 1 + name.size());
-  path.append(folder).append("\\").append(name);
-  return path;
 }
 
 }  // namespace
@@ -107,7 +101,7 @@ void STGIndex::add_not_referenced_entry(const std::string& found) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   m_state->file_changes(found);
   std::string name = found;
-  std::string path = path_in(m_folder, found);
+  std::string path = path_text::join(m_folder, found);
   if (name.find('.') != std::string::npos) {
     std::string new_path = path;
     lower_extension(name);
@@ -123,7 +117,7 @@ void STGIndex::add_not_referenced_entry(const std::string& found) {
   const std::string key = entryAndTS(name, 0);
   const std::string_view physical = m_state->find(key).value_or(name);
   m_state->insert(key, physical);
-  vu_file::chmodW(physical == name ? path : path_in(m_folder, physical));
+  vu_file::chmodW(physical == name ? path : path_text::join(m_folder, physical));
   VU_TRACE_M(
       " STGIndex (copy manually to folder): Set need update flag to true: index.dat will be "
       "updated");
@@ -146,7 +140,7 @@ void STGIndex::synchronizeToFolder() {
       const os::Entry entry = entries[i];
       if (entry.kind == os::EntryKind::kFolder || index_format::is_index_file(entry.name)) continue;
       const std::string name(entry.name);
-      if (entry.kind == os::EntryKind::kUnknown && vu_file::is_dir(path_in(m_folder, name)))
+      if (entry.kind == os::EntryKind::kUnknown && vu_file::is_dir(path_text::join(m_folder, name)))
         continue;
       if (!alreadyInMaps(name)) add_not_referenced_entry(name);
     }

@@ -2,6 +2,7 @@
 #include <optional>
 
 #include "file/handle_core.h"
+#include "file/path_text.h"
 #include "file/replacement.h"
 #include "index/document_extensions.h"
 #include "index/index_format.h"
@@ -42,7 +43,7 @@ std::string_view extension_without_dot(std::string_view name) {
 bool STGIndex::exists(const std::string& folder, const std::string& logical, long timestamp,
                       std::string& physical) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  if (vu_file::exists(folder + "\\" + logical)) {
+  if (vu_file::exists(path_text::join(folder, logical))) {
     physical = logical;
     return true;
   }
@@ -179,7 +180,7 @@ std::string STGIndex::getPhysicalName(const std::string& folder, const std::stri
 
 std::string STGIndex::getPhysicalPath(const std::string& folder, const std::string& logical) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  return folder + "\\" + getPhysicalName(folder, logical);
+  return path_text::join(folder, getPhysicalName(folder, logical));
 }
 
 void STGIndex::updateIndexFile(const std::string& folder) {
@@ -190,5 +191,5 @@ void STGIndex::updateIndexFile(const std::string& folder) {
 
 void STGIndex::checkIndexFile(const std::string& folder) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  if (!vu_file::exists(folder + "\\" + kIndexFile)) updateIndexFile(folder);
+  if (!vu_file::exists(path_text::join(folder, kIndexFile))) updateIndexFile(folder);
 }

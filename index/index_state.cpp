@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "file/folder_entries.h"
+#include "file/path_text.h"
 #include "index/index_source.h"
 #include "platform/host/trace.h"
 #include "platform/os/os.h"
@@ -257,7 +258,7 @@ bool IndexState::remove_for_good(const std::string& file, IfItStays if_it_stays,
                                  std::exception_ptr& raised) const {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   try {
-    const std::string path = folder() + "\\" + file;
+    const std::string path = path_text::join(folder(), file);
     if (!remove_plain_file(path)) {
       vu_file::chmodW(path);
       vu_file::remove(path);

@@ -3,6 +3,7 @@
 #include <string_view>
 #include <vector>
 
+#include "file/path_text.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "index/index_state.h"
@@ -65,7 +66,7 @@ void STGIndex::migrateInboxRead(const std::string& user) {
     VU_WARNING(" Migration on inbox read need an non empty user ");  // sic
     return;
   }
-  const std::string folder = initialised_mail_root() + "\\" + user;
+  const std::string folder = path_text::join(initialised_mail_root(), user);
   if (!vu_file::is_dir(folder)) {
     vu_file::createDir(folder);
     VU_WARNING("User ", user, " has an empty inbox read. No need migration);");  // sic

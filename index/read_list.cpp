@@ -6,6 +6,7 @@
 
 #include "file/handle_core.h"
 #include "file/lock_limit.h"
+#include "file/path_text.h"
 #include "index/folder_files.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
@@ -78,7 +79,7 @@ ReadList::~ReadList() noexcept(false) {
 
 void ReadList::load() {
   // If the system cannot tell whether the list exists, open() fails with the reason.
-  if (presence_of(m_folder + "\\" + m_file_name) == Presence::kMissing) {
+  if (presence_of(path_text::join(m_folder, m_file_name)) == Presence::kMissing) {
     m_is_loaded = true;
     return;
   }

@@ -1,4 +1,5 @@
 #include "stg_index.h"
+#include "file/path_text.h"
 
 #include <atomic>
 #include <exception>
@@ -95,7 +96,7 @@ std::string STGIndex::extension(const std::string& name) {
 
 bool STGIndex::validIndexLine(const std::string& folder, const std::string& key,
                               const std::string& physical) {
-  const std::string path = folder + "\\" + physical;
+  const std::string path = path_text::join(folder, physical);
   return vu_file::exists(path) || vu_file::exists(path + extension(entryOnly(key)));
 }
 

@@ -1,6 +1,7 @@
 #include <cstdint>
 #include <string>
 
+#include "file/path_text.h"
 #include "index/width.h"
 #include "platform/host/trace.h"
 #include "stg_index.h"
@@ -34,7 +35,8 @@ void vu_storage::OpenRead(vu_file& file, const std::string& userOrDomain, const 
         const bool exact = corporate && vu_file::getExtension(entry) == "kdf";
         if (!STGIndex::exists(dir, entry, exact ? required : 0, physical)) return;
 
-        const auto found = static_cast<std::int32_t>(vu_file::modify_time(dir + "\\" + physical));
+        const auto found =
+            static_cast<std::int32_t>(vu_file::modify_time(path_text::join(dir, physical)));
         if (found == 0) return;
         VU_TRACE_M("timestamp required = ", required, ", found = ", found);
         if (corporate && !exact && found < required) return;
@@ -74,7 +76,7 @@ bool vu_storage::OpenWrite2(vu_file& file, const std::string& userOrDomain,
         if (replace && existed) {
           if (type == STG::UserFilesRepository) RemoveFromCategFiles(dir, entry);
           if (type == STG::CorporateRepository)
-            vu_file::recurseRemoveDir(dir + "\\" + physical + "_" + s_sTdcTimeStamp);
+            vu_file::recurseRemoveDir(path_text::join(dir, physical) + "_" + s_sTdcTimeStamp);
         }
         if (replace || !existed) opened.open(dir, physical, vu_file_base::o_truncate);
         return true;
@@ -253,7 +255,8 @@ bool vu_storage::copyFileToStorage(const std::string& sourceFolder, const std::s
   createUserOrDomainNameDirectory(userOrDomain, name, type, dir, true);
   STGIndex::remove(dir, name, 0);
   const std::string physical = STGIndex::create(dir, name, 0);
-  const bool copied = vu_file::copyFile(sourceFolder + "\\" + name, dir + "\\" + physical, true);
+  const bool copied =
+      vu_file::copyFile(path_text::join(sourceFolder, name), path_text::join(dir, physical), true);
   STGIndex::updateIndexFile(dir);
   return copied;
 }

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "file/handle_core.h"
+#include "file/path_text.h"
 #include "platform/host/trace.h"
 #include "stg_index.h"
 #include "storage/guard.h"
@@ -72,7 +73,7 @@ long vu_storage::readKeysFile(const std::string& folder, const std::string& file
       1L,
       [&] {
         checkInit();
-        const std::string path = folder + "\\" + fileName;
+        const std::string path = path_text::join(folder, fileName);
         if (!vu_file::exists(path)) {
           VU_WARNING("vu_storage::readKeysFile : ", path, " not found");
           return 1L;

@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <string>
 
+#include "file/path_text.h"
 #include "index/width.h"
 #include "platform/host/trace.h"
 #include "stg_index.h"
@@ -37,8 +38,8 @@ struct ReadFolders {
 
 ReadFolders read_folders(const std::string& root, const std::string& selector) {
   const layout::RenditionFolders below = layout::folders_to_read(selector);
-  const std::string of_type = below.of_type.empty() ? root : root + "\\" + below.of_type;
-  return {of_type, of_type + "\\" + below.of_parts};
+  const std::string of_type = below.of_type.empty() ? root : path_text::join(root, below.of_type);
+  return {of_type, path_text::join(of_type, below.of_parts)};
 }
 
 }  // namespace
@@ -65,7 +66,7 @@ void vu_storage::OpenWriteSubPart(vu_file& file, const std::string& userOrDomain
           return;
         }
 
-        dir = layout::root_of_parts(dir + "\\" + physical, s_sTdcTimeStamp);
+        dir = layout::root_of_parts(path_text::join(dir, physical), s_sTdcTimeStamp);
         make_folder_if_missing(dir);
         const std::size_t at = strType.find('@');
         if (at == std::string::npos) {
@@ -111,7 +112,7 @@ int vu_storage::getBestUpdateWay(const std::string& strRepo, const std::string& 
           VU_TRACE_XL("file ", strEntry, " does not exist");
           return kRegenerate;
         }
-        const std::string document = folder + "\\" + physical;
+        const std::string document = path_text::join(folder, physical);
         const std::int32_t document_time = time_of(document);
         if (document_time == 0) return kForceRetrieve;
 
@@ -124,8 +125,8 @@ int vu_storage::getBestUpdateWay(const std::string& strRepo, const std::string& 
         if (vu_file::getExtension(strEntry) == "kdf") return kUpToDate;
 
         preloadDir = folders.of_type + "\\preload";
-        const std::int32_t preload_time = time_of(preloadDir + "\\" + strPartID);
-        const std::int32_t part_time = time_of(partDir + "\\" + strPartID);
+        const std::int32_t preload_time = time_of(path_text::join(preloadDir, strPartID));
+        const std::int32_t part_time = time_of(path_text::join(partDir, strPartID));
         if (part_time < preload_time) return kFromPreload;
         return part_time >= document_time ? kUpToDate : kRegenerate;
       },
@@ -162,8 +163,8 @@ void vu_storage::OpenReadSubPart(vu_file& file, const std::string& strUser,
             break;
           case kFromPreload:
             VU_SUCCESS("case 1: Doc must be updated from preload");  // sic: no blank
-            if (vu_file::copyFile(preload_dir + "\\" + strPartID, part_dir + "\\" + strPartID,
-                                  true))
+            if (vu_file::copyFile(path_text::join(preload_dir, strPartID),
+                                  path_text::join(part_dir, strPartID), true))
               opened.open(part_dir, strPartID, vu_file_base::o_read);
             break;
           case kRegenerate:

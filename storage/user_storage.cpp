@@ -2,6 +2,7 @@
 #include <string>
 #include <utility>
 
+#include "file/path_text.h"
 #include "platform/host/trace.h"
 #include "stg_index.h"
 #include "storage/guard.h"
@@ -25,7 +26,7 @@ bool vu_storage::RenameUserStorage(const std::string& oldName, const std::string
         const Roots& in_force = roots();
         for (const std::string* const area :
              {&in_force.s_sMailPath, &in_force.s_sListPath, &in_force.s_sUserPath}) {
-          const std::string target = *area + "\\" + newName;
+          const std::string target = path_text::join(*area, newName);
           if (vu_file::exists(target)) {
             VU_TRACE_XS("Can't rename to ", newName, " : because ", target,
                         "already exists");  // sic: no blank
@@ -35,7 +36,7 @@ bool vu_storage::RenameUserStorage(const std::string& oldName, const std::string
         // Required: a folder that is missing or cannot be renamed is not a failure.
         for (const std::string* const area :
              {&in_force.s_sMailPath, &in_force.s_sListPath, &in_force.s_sUserPath})
-          vu_file::rename(*area + "\\" + oldName, *area + "\\" + newName);
+          vu_file::rename(path_text::join(*area, oldName), path_text::join(*area, newName));
         return true;
       },
       [&](const std::string& text) { VU_ERROR("vu_storage::RenameUserStorage ", text); },
@@ -53,7 +54,7 @@ bool vu_storage::RemoveUserStorage(const vu_utf8string& user) {
         // Required: an empty name removes the area folders themselves.
         for (const std::string* const area :
              {&in_force.s_sMailPath, &in_force.s_sListPath, &in_force.s_sUserPath})
-          vu_file::recurseRemoveDir(*area + "\\" + name);
+          vu_file::recurseRemoveDir(path_text::join(*area, name));
       },
       [&](const std::string& text) { VU_ERROR("vu_storage::RemoveUserStorage ", text); },
       [&] { VU_ERROR("vu_storage::RemoveUserStorage ", user.c_str()); });

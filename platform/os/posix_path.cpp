@@ -3,8 +3,10 @@
 #include <utf8.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <iterator>
 #include <vector>
 
@@ -68,13 +70,37 @@ bool matches_plainly(std::string_view pattern, std::string_view name) {
   return pattern.find_first_not_of('*', p) == kNone;
 }
 
+/// Copies a path and replaces "\" by "/".
+void convert_separators(std::string_view path, char* out) {
+  const auto converted = [](char c) { return c == '\\' ? '/' : c; };
+  // In pieces of a fixed size, so that the compiler can use vector instructions.
+  constexpr std::size_t kPiece = 16;
+  const auto convert_piece = [&](std::size_t at) {
+    std::array<char, kPiece> piece;
+    std::memcpy(piece.data(), path.data() + at, kPiece);
+    for (char& c : piece) c = converted(c);
+    std::memcpy(out + at, piece.data(), kPiece);
+  };
+  if (path.size() < kPiece) {
+    std::transform(path.begin(), path.end(), out, converted);
+    return;
+  }
+  for (std::size_t at = 0; at + kPiece < path.size(); at += kPiece) convert_piece(at);
+  convert_piece(path.size() - kPiece);  // overlaps the piece before
+}
+
 }  // namespace
 
 NativePath::NativePath(std::string_view path) {
   constexpr std::string_view kPrefix = R"(\\?\)";
   if (path.starts_with(kPrefix)) path.remove_prefix(kPrefix.size());
-  m_text = path;
-  std::replace(m_text.begin(), m_text.end(), '\\', '/');
+  m_size = path.size();
+  if (m_size >= m_room.size()) {
+    m_large.reset(new char[m_size + 1]);
+    m_bytes = m_large.get();
+  }
+  convert_separators(path, m_bytes);
+  m_bytes[m_size] = '\0';
 }
 
 std::string to_bytes(std::u16string_view text) {

@@ -2,7 +2,7 @@
 
 #include <array>
 #include <cstddef>
-#include <memory_resource>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -21,16 +21,19 @@ class NativePath {
   NativePath(const NativePath&) = delete;
   NativePath& operator=(const NativePath&) = delete;
 
-  std::string_view text() const { return m_text; }
-  const char* c_str() const { return m_text.c_str(); }
+  std::string_view text() const { return {m_bytes, m_size}; }
+  const char* c_str() const { return m_bytes; }
   /// Keeps the first characters only.
-  void cut(std::size_t size) { m_text.resize(size); }
+  void cut(std::size_t size) {
+    m_size = size;
+    m_bytes[size] = '\0';
+  }
 
  private:
-  std::array<char, 256> m_room;  // not initialised
-  std::pmr::monotonic_buffer_resource m_memory{m_room.data(), m_room.size(),
-                                               std::pmr::new_delete_resource()};
-  std::pmr::string m_text{&m_memory};
+  std::array<char, 256> m_room;     // not initialised
+  std::unique_ptr<char[]> m_large;  // for a path that does not fit
+  char* m_bytes = m_room.data();
+  std::size_t m_size;
 };
 
 /// UTF-16 as UTF-8. A surrogate without a partner becomes the three bytes of its value, which valid

@@ -78,6 +78,25 @@ TEST(PosixPath, BothSeparatorsBecomeTheSlashAndThePrefixGoes) {
   }
 }
 
+TEST(PosixPath, HasNoLimitOfItsLength) {
+  for (std::size_t size = 0; size <= 600; ++size) {
+    // Separators at changing distances, so that each position has one in some path.
+    std::string given;
+    std::string expected;
+    for (std::size_t i = 0; i < size; ++i) {
+      const bool is_separator = i % (size % 7 + 2) == 1;
+      given += is_separator ? '\\' : 'a';
+      expected += is_separator ? '/' : 'a';
+    }
+    posix::NativePath path(given);
+    EXPECT_EQ(path.text(), expected);
+    EXPECT_EQ(path.c_str(), expected);
+    path.cut(size / 2);
+    EXPECT_EQ(path.text(), expected.substr(0, size / 2));
+    EXPECT_EQ(path.c_str(), expected.substr(0, size / 2));
+  }
+}
+
 TEST(PosixPath, WideTextBecomesUtf8AndComesBack) {
   const std::vector<std::pair<std::u16string, std::string>> cases = {
       {u"", ""},
