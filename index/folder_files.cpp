@@ -19,18 +19,17 @@ FolderFiles::FolderFiles(std::string folder, os::Listing entries) : m_folder(std
 
 void FolderFiles::take(os::Listing entries) {
   m_entries = std::move(entries);
-  m_names = NameIndex(m_entries.size());
-  for (std::size_t i = 0; i < m_entries.size(); ++i) m_names.add(m_names.ask(m_entries[i].name), i);
+  NameIndex& all = m_names.emplace(m_entries.size());
+  for (std::size_t i = 0; i < m_entries.size(); ++i) all.add(all.ask(m_entries[i].name), i);
   const std::string_view names = m_entries.text();
   const bool has_patterns =
       names.find('*') != std::string_view::npos || names.find('?') != std::string_view::npos;
   m_are_sure =
       !has_patterns && !m_entries.has_dot_or_blank_at_an_end() && !is_network_folder(m_folder);
-  m_listed = true;
 }
 
 const os::Listing& FolderFiles::entries() {
-  if (!m_listed) take(folder_entries(m_folder));
+  if (!m_names) take(folder_entries(m_folder));
   return m_entries;
 }
 
@@ -50,6 +49,7 @@ FolderFiles::Found FolderFiles::find(std::string_view name) {
 }
 
 Presence FolderFiles::probe(std::string_view name) {
+  m_path.reserve(m_folder.size() + 1 + name.size());
   m_path.assign(m_folder).append("\\").append(name);
   return presence_of(m_path);
 }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -62,13 +63,13 @@ class FolderFiles {
 
   /// The same in three steps, to look up several names at once (see NameIndex).
   std::uint64_t ask(std::string_view name) {
-    if (!m_listed) entries();
-    return m_names.ask(name);
+    if (!m_names) entries();
+    return m_names->ask(name);
   }
-  void fetch(std::uint64_t hash) const { m_names.fetch(hash, name_at()); }
+  void fetch(std::uint64_t hash) const { m_names->fetch(hash, name_at()); }
   /// The position of the name in the listing, or kNone.
   [[gnu::always_inline]] std::size_t listed(std::string_view name, std::uint64_t hash) const {
-    const std::size_t entry = m_names.find(name, hash, name_at());
+    const std::size_t entry = m_names->find(name, hash, name_at());
     return m_are_sure || entry == kNone || !may_be_missing(m_entries[entry]) ? entry : kNone;
   }
 
@@ -76,7 +77,7 @@ class FolderFiles {
   /// not ask whether an existence test would find it.
   std::size_t spelled(std::string_view name) {
     const std::uint64_t hash = ask(name);
-    return m_names.find(name, hash, name_at());
+    return m_names->find(name, hash, name_at());
   }
 
   /// Checks a name of the folder without the listing.
@@ -92,9 +93,8 @@ class FolderFiles {
   bool may_be_missing(os::Entry entry) const;
 
   std::string m_folder;
-  bool m_listed = false;
   os::Listing m_entries;
-  NameIndex m_names;
+  std::optional<NameIndex> m_names;  ///< of m_entries; nothing before the listing
   bool m_are_sure = false;  ///< an existence test finds all listed names
   std::string m_path;
 };
