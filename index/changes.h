@@ -22,7 +22,8 @@ class Changes {
   struct Change {
     std::string_view name;
     std::optional<std::string_view> value;
-    bool is_doubtful = false;  ///< of a key: the save judges the entry
+    bool is_doubtful = false;    ///< of a key: the save judges the entry
+    std::size_t making = kNone;  ///< of a key: the position of its IndexState::Making
   };
 
   bool empty() const { return m_all.empty(); }

@@ -177,8 +177,8 @@ IndexState::Taken IndexState::withdraw(std::string_view key) noexcept {
 }
 
 void IndexState::forget_making(std::string_view key) noexcept {
-  const auto made = m_made.find(key);
-  if (made != m_made.end()) m_made.erase(made);
+  const std::size_t change = m_by_key.find(key);
+  if (change != Changes::kNone) m_by_key[change].making = Changes::kNone;
 }
 
 IndexState::Taken IndexState::take_out(std::size_t by_key, std::size_t by_stored_name) noexcept {
@@ -207,8 +207,10 @@ void IndexState::replace(std::string_view key, std::string_view stored) {
 
 void IndexState::file_is_made(const std::string& key, Making how) {
   // Creates both changes now, so that withdraw() needs no memory.
-  if (const auto& name = m_by_key[change_of_key(key)].value) change_of_stored_name(*name);
-  m_made.insert_or_assign(key, std::move(how));
+  Changes::Change& change = m_by_key[change_of_key(key)];
+  if (change.value) change_of_stored_name(*change.value);
+  m_makings.push_back(std::move(how));
+  change.making = m_makings.size() - 1;
 }
 
 void IndexState::remove_after_save(const std::string& file, IfItStays if_it_stays) {

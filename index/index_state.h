@@ -234,7 +234,7 @@ class IndexState {
   Changes m_by_key;
   Changes m_by_stored_name;
   std::vector<Entry> m_erased;
-  std::map<std::string, Making, std::less<>> m_made;  // by key
+  std::vector<Making> m_makings;  // Changes::Change::making is a position
   std::map<std::string, IfItStays, std::less<>> m_files_to_remove;
   EntrySet m_changed;  // positions in the listing
   EntrySet m_gone;     // positions in the listing

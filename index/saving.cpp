@@ -6,7 +6,6 @@
 #include <functional>
 #include <iterator>
 #include <map>
-#include <set>
 #include <span>
 #include <string>
 #include <string_view>
@@ -131,22 +130,24 @@ class IndexSave {
   /// A clean that found no entry in index.dat for a new file of this operation may have swept it.
   /// No clean can sweep while index.dat is locked, so a file that is created again now stays.
   void make_swept_files_again() {
-    m_made = std::exchange(m_state.m_made, {});
-    for (const auto& [key, how] : m_made) {
-      const auto stored = m_state.find(key);
-      if (!stored) continue;
-      if (judge(key, *stored) == LineState::kMissing && !make_again(key, *stored, how.source)) {
+    for (const NameOrder<2>::Element& element : m_state.m_by_key.in_order()) {
+      Changes::Change& entry = m_state.m_by_key[element.position];
+      const std::size_t making = std::exchange(entry.making, Changes::kNone);
+      if (making == Changes::kNone || !entry.value) continue;
+      const IndexState::Making& how = m_state.m_makings[making];
+      if (judge(entry.name, *entry.value) != LineState::kMissing ||
+          make_again(entry.name, *entry.value, how.source)) {
+        m_sure.push_back(entry.name);
+      } else {
         m_state.keep_file(how.source);
         m_state.keep_file(how.replaced);
-        m_state.withdraw(key);
-      } else {
-        m_sure.insert(key);
+        m_state.withdraw(entry.name);
       }
     }
   }
 
   /// @return whether the file exists.
-  bool make_again(const std::string& key, std::string_view stored, const std::string& source) {
+  bool make_again(std::string_view key, std::string_view stored, const std::string& source) {
     VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
     const std::string file = index_format::file_name_of(key, stored);
     VU_WARNING("STGIndex: made again, for it was removed before the index named it: ",
@@ -347,17 +348,17 @@ class IndexSave {
                : LineState::kMissing;
   }
 
-  /// Call it for keys in ascending order.
-  bool is_doubtful(std::string_view key) {
-    while (!m_doubtful_left.empty() && m_doubtful_left.front() < key)
-      m_doubtful_left = m_doubtful_left.subspan(1);
-    return !m_doubtful_left.empty() && m_doubtful_left.front() == key;
+  /// Whether the keys contain this one. Drops those before it: call it for ascending keys.
+  static bool reaches(std::span<const std::string_view>& keys, std::string_view key) {
+    while (!keys.empty() && keys.front() < key) keys = keys.subspan(1);
+    return !keys.empty() && keys.front() == key;
   }
 
   /// Whether the save writes an entry from memory. Most entries were judged by the load, or when
-  /// the text on disk was read.
+  /// the text on disk was read. Call it for keys in ascending order.
   bool is_written(std::string_view key, std::string_view stored) {
-    return m_sure.contains(key) || !is_doubtful(key) || judge(key, stored) != LineState::kMissing;
+    return reaches(m_sure_left, key) || !reaches(m_doubtful_left, key) ||
+           judge(key, stored) != LineState::kMissing;
   }
 
   // ---- write ---------------------------------------------------------------------------------
@@ -381,6 +382,7 @@ class IndexSave {
     if (!unknown.empty()) find_first_valid();
     m_unknown_left = unknown;
     m_doubtful_left = m_doubtful;
+    m_sure_left = m_sure;
     m_text.clear();
     if (const IndexReading* loaded = m_state.loaded()) m_text.reserve(loaded->text.size() + kRoom);
     m_state.walk([&](std::span<const IndexLine> lines) { write_lines(lines); },
@@ -464,12 +466,12 @@ class IndexSave {
   std::vector<IndexLine> m_unknown;
   std::size_t m_named = 0;
   std::vector<std::string_view> m_doubtful;  ///< keys whose lines are judged again, in order
-  std::map<std::string, IndexState::Making, std::less<>> m_made;
-  std::set<std::string_view> m_sure;                      ///< keys of m_made with existing files
+  std::vector<std::string_view> m_sure;  ///< keys of files that were just seen or made, in order
   std::map<std::string_view, const char*> m_first_valid;  ///< key -> where its line begins
   std::string m_text;                                     ///< to be written
   std::span<const IndexLine> m_unknown_left;              ///< those not in m_text yet
   std::span<const std::string_view> m_doubtful_left;      ///< those not before the last key
+  std::span<const std::string_view> m_sure_left;          ///< those not before the last key
 };
 
 Saved save_index(vu_file& index, IndexState& state) { return IndexSave(index, state).run(); }
