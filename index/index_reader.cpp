@@ -202,8 +202,8 @@ IndexReading::IndexReading(std::string_view index_text, FolderFiles& files,
 
 inline void IndexReading::count(const IndexLine& line) {
   if (line.state == LineState::kValid) {
-    ascending =
-        ascending && (m_last_key.data() == nullptr || scan::stands_before(m_last_key, line.key));
+    // At the first line the last key is empty, and no key is.
+    ascending = ascending && scan::stands_before(m_last_key, line.key);
     m_last_key = line.key;
     return;
   }
@@ -256,14 +256,13 @@ std::size_t IndexReading::read_plain_lines(FolderFiles& files) {
       if (!extension.empty()) std::memcpy(name + stored.size(), extension.data(), kPiece);
       sizes[together] = static_cast<std::uint8_t>(stored.size() + extension.size());
       hashes[together] = files.ask({name, sizes[together]});
-      lines.push_back({key, stored, LineState::kNone, false, !extension.empty()});
+      lines.push_back({key, stored, LineState::kValid, false, !extension.empty()});
       at = end + 1;
     }
     for (std::size_t i = 0; i < together; ++i) files.fetch(hashes[i]);
     for (std::size_t i = 0; i < together; ++i) {
       IndexLine& line = lines[first + i];
       line.entry = files.listed({names[i].data(), sizes[i]}, hashes[i]);
-      line.state = LineState::kValid;
       if (line.entry == FolderFiles::kNone) find_otherwise(line, files);
       count(line);
     }
