@@ -146,8 +146,8 @@ std::vector<Contest> arrivals(Stage& stage) {
   for (const std::size_t files : kSizes) {
     for (const Place place : {Place::kDisk, Place::kMemory}) {
       add("adoption", place, files, adoption_jobs);
-      // Each mail needs three flushes, so more mails would take minutes.
-      if (files <= 10000) add("migration", place, files, migration_jobs);
+      // Each mail needs three flushes, so more mails on a disk would take minutes.
+      if (files <= 10000 || place == Place::kMemory) add("migration", place, files, migration_jobs);
     }
   }
   return contests;

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <utility>
@@ -25,23 +26,45 @@ std::string size_text(std::size_t bytes) {
 
 // ---- reading -----------------------------------------------------------------------------------
 
-constexpr std::size_t kBucketEntries = 100;
-constexpr std::size_t kAsked = kBucketEntries / 2;
-
-/// A document with the folder of its hash bucket.
+/// A document in a folder that the hash bucket of its owner leads to.
 struct Bucket {
-  Bucket(Stage& stage, std::size_t bytes) : owner("reader" + std::to_string(bytes)) {
+  Bucket(Stage& stage, Place place, std::size_t entries, std::size_t bytes)
+      : owner("reader-" + std::string(name(place)) + std::to_string(entries) + "-" +
+              std::to_string(bytes)),
+        folder(stage.room(place, "documents") + "/" + owner, entries, ".kdf"),
+        asked(entries / 2) {
     const StorageRoot& root = StorageRoot::of(stage);
-    folder = std::make_unique<Folder>(root.bucket(owner, logical()), kBucketEntries, ".kdf");
-    put_file(folder->path(folder->file(kAsked)), std::string(bytes, 'd'));
+    put_file(folder.path(folder.file(asked)), std::string(bytes, 'd'));
     area = root.area("docs");
-    const auto fill = [this](const Visit& visit) {
-      for (std::size_t i = 0; i < folder->entries(); ++i) {
-        const std::string file = folder->file(i);
-        visit(folder->logical(i), folder->timestamp(i), file.substr(0, file.rfind('.')));
+    path = root.bucket(owner, logical());
+    std::filesystem::remove(path);
+    std::filesystem::create_directory_symlink(folder.path(), path);
+  }
+  ~Bucket() { std::filesystem::remove(path); }
+  Bucket(const Bucket&) = delete;
+  Bucket& operator=(const Bucket&) = delete;
+
+  std::string logical() const { return folder.logical(asked); }
+  long timestamp() const { return folder.timestamp(asked); }
+  std::string file(const std::string& physical) const { return path + "/" + physical; }
+
+  std::string owner;
+  Folder folder;
+  std::size_t asked;
+  std::string area;
+  std::string path;
+};
+
+/// Databases with the entries of a bucket's folder.
+struct BucketDatabases {
+  BucketDatabases(Stage& stage, const Bucket& bucket) {
+    const auto fill = [&folder = bucket.folder](const Visit& visit) {
+      for (std::size_t i = 0; i < folder.entries(); ++i) {
+        const std::string file = folder.file(i);
+        visit(folder.logical(i), folder.timestamp(i), file.substr(0, file.rfind('.')));
       }
     };
-    sqlite = stage.room(Place::kDisk, "databases") + "/" + owner;
+    sqlite = stage.room(Place::kDisk, "databases") + "/" + bucket.owner;
     SqliteIndex(sqlite).fill(fill);
     lmdb = sqlite + "-lmdb";
     LmdbIndex(lmdb).fill(fill);
@@ -50,33 +73,25 @@ struct Bucket {
     lmdb_open->fill(fill);
   }
 
-  static std::string logical() { return "Report 000050.kdf"; }
-  long timestamp() const { return folder->timestamp(kAsked); }
-
-  std::string owner;
-  std::string area;
-  std::unique_ptr<Folder> folder;
   std::string sqlite;
   std::string lmdb;
   std::unique_ptr<SqliteIndex> sqlite_open;
   std::unique_ptr<LmdbIndex> lmdb_open;
 };
 
-Jobs read_jobs(Stage& stage, std::size_t bytes) {
-  const auto bucket = std::make_shared<Bucket>(stage, bytes);
+/// @param with_others whether the literal way and the databases take part.
+Jobs read_jobs(Stage& stage, Place place, std::size_t entries, std::size_t bytes,
+               bool with_others) {
+  const auto bucket = std::make_shared<Bucket>(stage, place, entries, bytes);
   const auto document = std::make_shared<std::string>();
   const auto expect_all = [document, bytes] {
     if (document->size() != bytes) bare::broken("a wrong read", "of a document");
-  };
-  const auto read_stored = [bucket, document, expect_all](const std::string& stored) {
-    floor_of::read_document(bucket->folder->path(stored + ".kdf"), *document);
-    expect_all();
   };
   Jobs jobs;
   jobs[Who::kLibrary].run = [bucket, document, expect_all] {
     vu_storage storage;
     vu_file file;
-    storage.OpenRead(file, bucket->owner, Bucket::logical(), STG::CorporateRepository,
+    storage.OpenRead(file, bucket->owner, bucket->logical(), STG::CorporateRepository,
                      bucket->timestamp());
     storage.Read(file, *document, 0);
     storage.Close(file);
@@ -84,39 +99,44 @@ Jobs read_jobs(Stage& stage, std::size_t bytes) {
   };
   jobs[Who::kFloor].run = [bucket, document, expect_all] {
     std::string physical;
-    if (!bare::entry_exists(bucket->area) || !bare::entry_exists(bucket->folder->path()))
-      bare::broken("no folder", bucket->area);
-    floor_of::exists(bucket->folder->path(), Bucket::logical(), bucket->timestamp(), physical);
+    const std::string& area = bucket->area;
+    if (!bare::entry_exists(area) || !bare::entry_exists(area + "/" + bucket->owner) ||
+        !bare::entry_exists(bucket->path))
+      bare::broken("no folder", area);
+    floor_of::exists(bucket->path, bucket->logical(), bucket->timestamp(), physical);
     // The library compares the document's time with the requested timestamp.
-    if (bare::modify_time(bucket->folder->path(physical)) == 0)
-      bare::broken("no time of", physical);
-    floor_of::read_document(bucket->folder->path(physical), *document);
+    if (bare::modify_time(bucket->file(physical)) == 0) bare::broken("no time of", physical);
+    floor_of::read_document(bucket->file(physical), *document);
     expect_all();
   };
+  if (!with_others) return jobs;
+
   jobs[Who::kLiteral].run = [bucket, document, expect_all] {
     std::string physical;
-    literal::exists(bucket->folder->path(), Bucket::logical(), bucket->timestamp(), physical);
+    literal::exists(bucket->path, bucket->logical(), bucket->timestamp(), physical);
     vu_file file;
-    file.open(bucket->folder->path(), physical, vu_file::o_read);
+    file.open(bucket->path, physical, vu_file::o_read);
     file.read(*document, 0);
     file.close();
     expect_all();
   };
-  const auto by_database = [bucket, read_stored](auto& index) {
+  const auto databases = std::make_shared<BucketDatabases>(stage, *bucket);
+  const auto read_by = [bucket, document, expect_all](auto& index) {
     std::string stored;
-    index.find(Bucket::logical(), bucket->timestamp(), stored);
-    read_stored(stored);
+    index.find(bucket->logical(), bucket->timestamp(), stored);
+    floor_of::read_document(bucket->file(stored + ".kdf"), *document);
+    expect_all();
   };
-  jobs[Who::kSqlitePerOperation].run = [bucket, by_database] {
-    SqliteIndex index(bucket->sqlite);
-    by_database(index);
+  jobs[Who::kSqlitePerOperation].run = [databases, read_by] {
+    SqliteIndex index(databases->sqlite);
+    read_by(index);
   };
-  jobs[Who::kSqliteKeptOpen].run = [bucket, by_database] { by_database(*bucket->sqlite_open); };
-  jobs[Who::kLmdbPerOperation].run = [bucket, by_database] {
-    LmdbIndex index(bucket->lmdb);
-    by_database(index);
+  jobs[Who::kSqliteKeptOpen].run = [databases, read_by] { read_by(*databases->sqlite_open); };
+  jobs[Who::kLmdbPerOperation].run = [databases, read_by] {
+    LmdbIndex index(databases->lmdb);
+    read_by(index);
   };
-  jobs[Who::kLmdbKeptOpen].run = [bucket, by_database] { by_database(*bucket->lmdb_open); };
+  jobs[Who::kLmdbKeptOpen].run = [databases, read_by] { read_by(*databases->lmdb_open); };
   return jobs;
 }
 
@@ -283,25 +303,33 @@ Contest write_contest(Stage& stage, Place place, std::size_t entries, std::size_
 
 // ---- lists -------------------------------------------------------------------------------------
 
-Jobs file_list_jobs(Stage& stage, std::size_t entries) {
+enum class Wanted { kAll, kHalf };
+
+Jobs file_list_jobs(Stage& stage, Place place, std::size_t entries, Wanted wanted) {
   static_cast<void>(StorageRoot::of(stage));
   STGIndex::setSynchronizeMode(true);
-  const std::string path = stage.folder(Place::kDisk, entries).path();
-  const auto expect_all = [entries](std::size_t count) {
-    if (count != entries) bare::broken("a wrong list", "of files");
+  const Folder& folder = stage.folder(place, entries);
+  const std::string path = folder.path();
+  const auto names = std::make_shared<std::vector<std::string>>();
+  for (std::size_t i = 0; i < entries; i += 2) names->push_back(folder.logical(i));
+  const std::vector<std::string>* const kept = wanted == Wanted::kAll ? nullptr : names.get();
+  const auto expect_all = [names, count = kept == nullptr ? entries : names->size()](
+                              const std::vector<std::string>& found) {
+    if (found.size() != count) bare::broken("a wrong list", "of files");
   };
   Jobs jobs;
-  jobs[Who::kLibrary].run = [path, expect_all] {
+  jobs[Who::kLibrary].run = [path, kept, expect_all] {
     std::vector<std::string> physical;
-    expect_all(vu_storage::getFileListFromIndexFile(path, physical, nullptr).size());
+    expect_all(vu_storage::getFileListFromIndexFile(path, physical, kept));
   };
-  jobs[Who::kFloor].run = [path, expect_all] {
+  jobs[Who::kFloor].run = [path, kept, expect_all] {
     if (!bare::is_folder(path)) bare::broken("no folder", path);
     std::vector<std::string> logical;
     std::vector<std::string> physical;
-    floor_of::file_list(path, logical, physical);
-    expect_all(logical.size());
+    floor_of::file_list(path, kept, logical, physical);
+    expect_all(logical);
   };
+  if (place == Place::kMemory || wanted == Wanted::kHalf) return jobs;
   jobs[Who::kLiteral].run = [path, expect_all] {
     literal::NameMap out;
     literal::pl_values(path, out, "", Synchronize::kOn);
@@ -311,7 +339,7 @@ Jobs file_list_jobs(Stage& stage, std::size_t entries) {
       physical.push_back(file);
       logical.push_back(name);
     }
-    expect_all(logical.size());
+    expect_all(logical);
   };
   return jobs;
 }
@@ -321,14 +349,19 @@ Jobs file_list_jobs(Stage& stage, std::size_t entries) {
 std::vector<Contest> documents(Stage& stage) {
   std::vector<Contest> contests;
   constexpr std::size_t kDocuments[] = {4096, 65536, std::size_t{4} << 20U};
-  for (const std::size_t bytes : kDocuments) {
-    Contest contest = folder_contest("OpenRead + Read + Close", Place::kDisk, kBucketEntries,
-                                     [&stage, bytes] { return read_jobs(stage, bytes); });
-    contest.size += ", " + size_text(bytes);
-    contests.push_back(std::move(contest));
-  }
   for (const std::size_t entries : kSizes) {
     for (const Place place : {Place::kDisk, Place::kMemory}) {
+      for (const std::size_t bytes : kDocuments) {
+        // The size of the document matters only with a small index.
+        const bool is_small = place == Place::kDisk && entries == kSizes[0];
+        if (bytes != kDocuments[0] && !is_small) continue;
+        Contest contest = folder_contest("OpenRead + Read + Close", place, entries,
+                                         [&stage, place, entries, bytes, is_small] {
+                                           return read_jobs(stage, place, entries, bytes, is_small);
+                                         });
+        contest.size += ", " + size_text(bytes);
+        contests.push_back(std::move(contest));
+      }
       contests.push_back(
           folder_contest("OpenWrite + Write + Close, replacing", place, entries,
                          [&stage, place, entries] { return replace_jobs(stage, place, entries); }));
@@ -349,9 +382,16 @@ std::vector<Contest> documents(Stage& stage) {
         }
       }
     }
-    contests.push_back(
-        folder_contest("getFileListFromIndexFile", Place::kDisk, entries,
-                       [&stage, entries] { return file_list_jobs(stage, entries); }));
+    for (const Place place : {Place::kDisk, Place::kMemory}) {
+      for (const Wanted wanted : {Wanted::kAll, Wanted::kHalf}) {
+        contests.push_back(folder_contest(wanted == Wanted::kAll
+                                              ? "getFileListFromIndexFile"
+                                              : "getFileListFromIndexFile, half of the names",
+                                          place, entries, [&stage, place, entries, wanted] {
+                                            return file_list_jobs(stage, place, entries, wanted);
+                                          }));
+      }
+    }
   }
   return contests;
 }

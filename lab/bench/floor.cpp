@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <unordered_set>
 #include <vector>
 
 #include "lab/bench/floor_index.h"
@@ -154,14 +155,17 @@ void list(const std::string& folder, bare::NameMap& out, std::string_view extens
   }
 }
 
-void file_list(const std::string& folder, std::vector<std::string>& logical,
-               std::vector<std::string>& physical) {
+void file_list(const std::string& folder, const std::vector<std::string>* wanted,
+               std::vector<std::string>& logical, std::vector<std::string>& physical) {
   const Index index(folder);
   std::vector<Name> names = names_of(index, "");
   sort(names);
+  std::unordered_set<std::string_view> kept;
+  if (wanted != nullptr) kept.insert(wanted->begin(), wanted->end());
   logical.reserve(names.size());
   physical.reserve(names.size());
   for (const Name& name : names) {
+    if (wanted != nullptr && !kept.contains(name.logical)) continue;
     logical.emplace_back(name.logical);
     physical.emplace_back(name.stored).append(name.extension);
   }

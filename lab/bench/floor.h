@@ -39,9 +39,10 @@ enum class List { kByPhysicalName, kByLogicalName };
 /// @param extensions the listed extensions, concatenated, or "" for all.
 void list(const std::string& folder, bare::NameMap& out, std::string_view extensions, List way);
 
-/// The logical and the physical names of all entries, in the order of the physical names.
-void file_list(const std::string& folder, std::vector<std::string>& logical,
-               std::vector<std::string>& physical);
+/// The logical and the physical names of the wanted entries, in the order of the physical names.
+/// @param wanted logical names; null wants all entries.
+void file_list(const std::string& folder, const std::vector<std::string>* wanted,
+               std::vector<std::string>& logical, std::vector<std::string>& physical);
 
 /// Steps: exists(), load, check of all lines, new number, new file, save. @return the file name.
 std::string create(const std::string& folder, const std::string& logical, long timestamp);
