@@ -233,8 +233,7 @@ bool is_escaped_form(std::string_view name) {
 }
 
 std::string unescape(std::string_view name) {
-  const std::string_view extension = extension_of(name);
-  const std::string_view stem = name.substr(0, name.size() - extension.size());
+  const std::string_view stem = stem_of(name);
 
   std::string decoded;
   decoded.reserve(name.size());
@@ -248,7 +247,7 @@ std::string unescape(std::string_view name) {
       decoded += stem[i] == '+' ? ' ' : stem[i];
     }
   }
-  decoded += extension;
+  decoded += extension_of(name);
   return decoded;
 }
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <exception>
-#include <functional>
 #include <iterator>
 #include <map>
 #include <span>

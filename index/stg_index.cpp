@@ -1,5 +1,4 @@
 #include "stg_index.h"
-#include "file/path_text.h"
 
 #include <atomic>
 #include <exception>
@@ -7,6 +6,7 @@
 #include <utility>
 
 #include "file/handle_core.h"
+#include "file/path_text.h"
 #include "file/replacement.h"
 #include "index/index_format.h"
 #include "index/index_source.h"

@@ -311,6 +311,22 @@ TEST_F(IndexEntries, GetTheirFileAgainThatACleanSweptBeforeTheSave) {
                   folder.path("00000002.kdb")});
 }
 
+TEST_F(IndexEntries, GetAllTheirFilesAgainAmongOtherChanges) {
+  // An entry that is removed again comes between the new ones.
+  folder.write("index", "00000001");
+  {
+    STGIndex index = Peer::load(folder.path());
+    Peer::_create(index, "d.kdb", 1);
+    Peer::_create(index, "c.kdb", 1);
+    Peer::_create(index, "b.kdb", 1);
+    Peer::_remove(index, "c.kdb", 1);
+    folder.erase("00000002.kdb");
+    folder.erase("00000004.kdb");
+  }
+  EXPECT_EQ(folder.index(), "b.kdb_0000000001/00000004\nd.kdb_0000000001/00000002\n");
+  EXPECT_EQ(folder.names(), (Texts{"00000002.kdb", "00000004.kdb", "index", "index.dat"}));
+}
+
 TEST_F(IndexEntries, MayGiveALineThatRunsOnItsFile) {
   // The first line has no slash, so it continues to the slash of the second line, and its key
   // contains the line feed. The text does not end with a line feed, so the physical name is
