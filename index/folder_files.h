@@ -95,7 +95,7 @@ class FolderFiles {
   std::string m_folder;
   os::Listing m_entries;
   std::optional<NameIndex> m_names;  ///< of m_entries; nothing before the listing
-  bool m_are_sure = false;  ///< an existence test finds all listed names
+  bool m_are_sure = false;           ///< an existence test finds all listed names
   std::string m_path;
 };
 

@@ -2,6 +2,7 @@
 
 #include "index/index_format.h"
 #include "index/index_state.h"
+#include "index/name_list.h"
 
 bool IndexGate::visit(const std::string& folder, const Visit& visit) {
   STGIndex index(folder);
@@ -12,4 +13,9 @@ bool IndexGate::visit(const std::string& folder, const Visit& visit) {
                                index_format::file_name_of(key, stored));
   });
   return goes_on;
+}
+
+void IndexGate::visit_files(const std::string& folder, const VisitFile& visit) {
+  const STGIndex index(folder);
+  visit_physical_names(*index.m_state, visit);
 }

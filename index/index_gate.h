@@ -18,6 +18,13 @@ struct IndexGate {
   /// @throws like STGIndex::plValues(), and any exception of @p visit.
   static bool visit(const std::string& folder, const Visit& visit);
 
+  using VisitFile = std::function<void(std::string_view file, std::string_view logical)>;
+
+  /// Visits the pairs of STGIndex::plValues() in the order of its map, without building it. The
+  /// index is locked for reading. The views are valid during the call.
+  /// @throws like STGIndex::plValues(), and any exception of @p visit.
+  static void visit_files(const std::string& folder, const VisitFile& visit);
+
   /// Whether synchronisation is on.
   static bool adopts() { return STGIndex::synchronizes(); }
 };

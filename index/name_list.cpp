@@ -15,9 +15,10 @@ namespace {
 
 using index_format::logical_of;
 
-/// Collects entries as pairs of file name and logical name, and sorts them. Order of calls: add()
-/// or add_made() for each entry in the order of the keys; then fill() once. Of several entries with
+/// Collects entries as pairs of file name and logical name, and sorts them. Of several entries with
 /// one file, the first one counts. Names are views: the listing and the keys must outlive it.
+///
+/// Order of calls: add() or add_made() for each entry in the order of the keys; then visit() once.
 class NameList {
  public:
   explicit NameList(const FolderFiles& files) : m_files(files) {}
@@ -37,11 +38,14 @@ class NameList {
     add(m_made.emplace_back(index_format::file_name_of(key, stored)), logical_of(key));
   }
 
-  void fill(IndexState::NameMap& out) {
+  template <class Visit>
+  void visit(Visit visit) {
     m_order.sort([this](std::size_t position) { return m_names[position].file; });
+    const Name* last = nullptr;
     for (const NameOrder<1>::Element& element : m_order.sorted()) {
       const Name& name = m_names[element.position];
-      out.emplace_hint(out.end(), name.file, name.logical);
+      if (last == nullptr || name.file != last->file) visit(name.file, name.logical);
+      last = &name;
     }
   }
 
@@ -66,14 +70,12 @@ class NameList {
   NameOrder<1> m_order;
 };
 
-}  // namespace
-
-void add_physical_names(const IndexState& state, IndexState::NameMap& out,
-                        bool (*is_wanted)(std::string_view logical)) {
+/// Adds the entries that @p is_wanted accepts by their logical names; all if it is null.
+void add_entries(const IndexState& state, NameList& names,
+                 bool (*is_wanted)(std::string_view logical)) {
   const auto passes = [&](std::string_view key) {
     return is_wanted == nullptr || is_wanted(logical_of(key));
   };
-  NameList names(state.files());
   state.walk(
       [&](std::span<const IndexLine> lines) {
         for (const IndexLine& line : lines) {
@@ -83,5 +85,23 @@ void add_physical_names(const IndexState& state, IndexState::NameMap& out,
       [&](std::string_view key, std::string_view stored) {
         if (passes(key)) names.add_made(key, stored);
       });
-  names.fill(out);
+}
+
+}  // namespace
+
+void visit_physical_names(
+    const IndexState& state,
+    const std::function<void(std::string_view file, std::string_view logical)>& visit) {
+  NameList names(state.files());
+  add_entries(state, names, nullptr);
+  names.visit(visit);
+}
+
+void add_physical_names(const IndexState& state, IndexState::NameMap& out,
+                        bool (*is_wanted)(std::string_view logical)) {
+  NameList names(state.files());
+  add_entries(state, names, is_wanted);
+  names.visit([&](std::string_view file, std::string_view logical) {
+    out.emplace_hint(out.end(), file, logical);
+  });
 }

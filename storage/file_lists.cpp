@@ -4,8 +4,10 @@
 #include <utility>
 #include <vector>
 
+#include "file/path_text.h"
+#include "index/document_extensions.h"
+#include "index/index_gate.h"
 #include "platform/host/trace.h"
-#include "stg_index.h"
 #include "storage/guard.h"
 #include "vu_storage.h"
 
@@ -15,20 +17,26 @@ using vu_host::trace_level;
 
 namespace {
 
+bool is_document(std::string_view logical) {
+  path_text::Cut cut;
+  return path_text::cut_at_last_dot(logical, cut) && is_document_extension(cut.after);
+}
+
 /// Appends the entries of a folder's index that @p keep selects, in the order of the physical
-/// names. Both lists keep the same length: nothing can throw between the two appends.
+/// names. Both lists keep the same length, also after an exception.
 template <class Keep>
 void list_entries(const std::string& folder, std::vector<std::string>& logical_names,
                   std::vector<std::string>& physical_names, Keep keep) {
-  STGIndex::NameMap entries;
-  STGIndex::plValues(folder, entries);
-  logical_names.reserve(logical_names.size() + entries.size());
-  physical_names.reserve(physical_names.size() + entries.size());
-  for (auto& [physical, logical] : entries) {
-    if (!keep(logical)) continue;
-    physical_names.push_back(physical);
-    logical_names.push_back(std::move(logical));
-  }
+  IndexGate::visit_files(folder, [&](std::string_view physical, std::string_view logical) {
+    if (!keep(logical)) return;
+    logical_names.emplace_back(logical);
+    try {
+      physical_names.emplace_back(physical);
+    } catch (...) {
+      logical_names.pop_back();
+      throw;
+    }
+  });
 }
 
 }  // namespace
@@ -45,7 +53,7 @@ std::vector<std::string> vu_storage::getAllFileListFromIndexFile(
       [&] {
         checkInit();
         if (!vu_file::is_dir(folder)) return;
-        list_entries(folder, logical_names, physicalNames, [](const std::string&) { return true; });
+        list_entries(folder, logical_names, physicalNames, [](std::string_view) { return true; });
       },
       failed, failed);
   return logical_names;
@@ -72,9 +80,8 @@ std::vector<std::string> vu_storage::getFileListFromIndexFile(
       [&] {
         std::unordered_set<std::string_view> kept;
         if (wanted != nullptr) kept.insert(wanted->begin(), wanted->end());
-        list_entries(folder, logical_names, physicalNames, [&](const std::string& logical) {
-          if (!isVuDocExt(vu_file::getExtension(logical))) return false;
-          return wanted == nullptr || kept.contains(logical);
+        list_entries(folder, logical_names, physicalNames, [&](std::string_view logical) {
+          return is_document(logical) && (wanted == nullptr || kept.contains(logical));
         });
       },
       failed, failed);
