@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <deque>
-#include <iterator>
 #include <limits>
 #include <map>
-#include <set>
+#include <utility>
 
 #include "client/admin/repair_text.h"
 #include "client/admin/text.h"
@@ -23,7 +22,9 @@ struct IndexNames {
 
   explicit IndexNames(const FolderView& view) {
     for (const LintedLine& line : IndexLint(view)) {
-      ++uses[line.stored];
+      if (Use& use = uses.try_emplace(line.stored, Use{line.key}).first->second;
+          use.key != line.key)
+        use.is_shared = true;
       if (is_bad(line.verdict)) continue;
       const bool is_unknown = line.verdict == Verdict::kUnknown;
       // A valid entry precedes an unknown one with the same key.
@@ -37,9 +38,15 @@ struct IndexNames {
     return found == entries.end() || found->second.is_unknown ? nullptr : &found->second;
   }
 
+  /// The lines of any kind that have a physical name.
+  struct Use {
+    std::string_view key;    ///< of the first one
+    bool is_shared = false;  ///< another one has another key
+  };
+
   // The keys are views of the text of the index.
   std::map<std::string_view, Entry> entries;
-  std::map<std::string_view, std::size_t> uses;  ///< of physical names, in lines of any kind
+  std::map<std::string_view, Use> uses;  ///< by physical names
 };
 
 namespace {
@@ -66,19 +73,6 @@ os::Status make_folders(const std::string& path, std::string& failed) {
   if (made.ok() || sys::describe(path).kind == sys::Kind::kFolder) return {};
   failed = path;
   return made;
-}
-
-using Keys = std::set<std::string, std::less<>>;
-
-/// The lines of the index without those of some keys. Blank lines are dropped. Unknown entries
-/// stay, as in a save of the library: their files may exist.
-std::vector<std::string> lines_without(const FolderView& view, const Keys& keys) {
-  std::vector<std::string> lines;
-  for (const LintedLine& line : IndexLint(view)) {
-    const bool is_unwanted = line.verdict != Verdict::kUnknown && keys.contains(line.key);
-    if (!line.is_blank() && !is_unwanted) lines.emplace_back(line.raw);
-  }
-  return lines;
 }
 
 bool has_documents(const FolderView& view) {
@@ -329,17 +323,32 @@ void NewVersions::move_files() {
 }
 
 /// The text of the index with the new entries, in the library's order. Dangling entries stay,
-/// except those with a new key. A new entry precedes an unknown one with its key: readers find it.
+/// except those with a new key. Unknown entries stay. One of them may turn out to be the first
+/// entry with its key, so a new line takes the place of the valid one that it replaces. Example for
+/// a new line "a/3":
+///
+///     a/1 (unknown), a/2 (valid)   becomes   a/1, a/3
+///     a/2 (valid), a/1 (unknown)   becomes   a/3, a/1
 std::string NewVersions::text_with_lines() const {
-  std::vector<std::string> lines;
-  Keys keys;
+  std::map<std::string, std::string, std::less<>> added;
   for (const Item& item : m_items) {
     if (!item.is_new_pending()) continue;
-    std::string key = item.version->key();
-    lines.push_back(key + "/" + item.stored);
-    keys.insert(std::move(key));
+    const std::string key = item.version->key();
+    added.emplace(key, key + "/" + item.stored);
   }
-  std::ranges::move(lines_without(m_index.view, keys), std::back_inserter(lines));
+  std::vector<std::string> lines;
+  for (const LintedLine& line : IndexLint(m_index.view)) {
+    if (line.is_blank()) continue;
+    const auto ours = added.find(line.key);
+    if (ours == added.end() || line.verdict == Verdict::kUnknown) {
+      lines.emplace_back(line.raw);
+    } else if (line.verdict == Verdict::kEntry) {
+      lines.push_back(std::exchange(ours->second, {}));
+    }
+  }
+  for (auto& [key, line] : added) {
+    if (!line.empty()) lines.push_back(std::move(line));
+  }
   sort_by_key(lines);
   return index_text_of(lines);
 }
@@ -424,7 +433,11 @@ class Removal {
   void judge_save();
 
  private:
+  /// The physical names of removed entries by their keys.
+  using Removed = std::map<std::string, std::string_view, std::less<>>;
+
   bool remove(OldVersion& version, const IndexNames& names);
+  std::string text_without(const Removed& removed) const;
 
   const OldVersions& m_what;
   const sys::Locking& m_locking;
@@ -440,12 +453,29 @@ bool Removal::remove_files() {
     return status.failure() != os::Failure::kLocked;
   }
   const IndexNames names(m_index.view);
-  Keys gone;
+  Removed removed;
   for (OldVersion* const each : m_what.versions) {
-    if (remove(*each, names)) gone.insert(each->key());
+    if (remove(*each, names)) removed.emplace(each->key(), names.find(each->key())->stored);
   }
-  if (!gone.empty()) m_index.new_text = index_text_of(lines_without(m_index.view, gone));
+  if (!removed.empty()) m_index.new_text = text_without(removed);
   return true;
+}
+
+/// The text of the index without the removed entries. As in a save of the library, another line
+/// with such a key stays if its file exists or may exist: it is the entry from now on.
+std::string Removal::text_without(const Removed& removed) const {
+  std::vector<std::string> lines;
+  // The listing of the view shows the removed files.
+  FolderFiles files(m_what.folder.path);
+  for (const LintedLine& line : IndexLint(m_index.view)) {
+    if (line.is_blank()) continue;
+    const auto found = removed.find(line.key);
+    const bool is_dropped = found != removed.end() && line.verdict != Verdict::kUnknown &&
+                            (line.stored == found->second ||
+                             state_by_probing(line.key, line.stored, files) == LineState::kMissing);
+    if (!is_dropped) lines.emplace_back(line.raw);
+  }
+  return index_text_of(lines);
 }
 
 /// @return whether its entry can be removed.
@@ -475,7 +505,7 @@ bool Removal::remove(OldVersion& version, const IndexNames& names) {
   }
   if constexpr (!sys::kReplacesOpenFiles) file.close();
   // A file that another entry also names stays.
-  if (names.uses.at(entry->stored) == 1) {
+  if (!names.uses.at(entry->stored).is_shared) {
     if (const os::Status removed = os::remove_file(path); !removed.ok())
       return stays(Fate::kFailed, sys::text_of(removed));
   }

@@ -157,8 +157,9 @@ struct OldVersions {
 
 /// Removes versions: each index is loaded and saved once under its exclusive lock, and all are
 /// flushed together. A file that is open or has changed stays, with its entry. A file that another
-/// entry also names stays without this entry. A process that is killed leaves at most dangling
-/// entries. The caller removes sub-part folders.
+/// entry also names stays without this entry. A second line with the key of a removed entry stays
+/// if its file exists: it is the entry from now on, as after a removal by the library. A process
+/// that is killed leaves at most dangling entries. The caller removes sub-part folders.
 /// @param folders sorted by path: several indexes are locked at a time, and one order for all
 /// programs avoids a deadlock. After the first lock time-out, the versions of the remaining folders
 /// stay pending.

@@ -177,32 +177,38 @@ TEST_F(AdminNewVersions, KeepDanglingEntries) {
 
 #if !defined(_WIN32)
 
-TEST_F(AdminNewVersions, KeepAnUnknownEntryBesideOneWithoutItsFile) {
+TEST_F(AdminNewVersions, KeepAnUnknownEntryBesideOneWithoutItsFileInTheirOrder) {
   if (geteuid() != 0) GTEST_SKIP() << "needs to change the user";
   namespace fs = std::filesystem;
   add(Area::kUser, "anna", "a.kdc", 0, "old");
   const std::string lines = read_file(path("index.dat"));
-  // A file with only the physical name makes the first line valid, but readers do not open it.
+  // A file with only the physical name makes a line valid, but readers do not open it.
   write_file(path("00000007"), "no reader opens it");
   const std::string unknown = "z.kdc_0000000000/elsewhere\\x\n";
-  write_file(path("index.dat"), lines + "z.kdc_0000000000/00000007\n" + unknown);
   fs::create_directory(path("elsewhere"));
-  NewVersion one = version("z.kdc", "anew");
-  for (const fs::path& each :
-       {fs::path(place("x").path), fs::path(path("index.dat")), fs::path(path("index")),
-        fs::path(system_form(root())), fs::path(one.source).parent_path()})
-    fs::permissions(each, fs::perms::all);
-  fs::permissions(path("elsewhere"), fs::perms::none);
-  ASSERT_EQ(seteuid(65534), 0);
-  {
-    NewVersions work(place("x"), {});
-    if (work.stage(one)) NewVersions::enter({&work});
+  for (const bool unknown_first : {false, true}) {
+    const auto text = [&](const std::string& stored) {
+      const std::string entry = "z.kdc_0000000000/" + stored + "\n";
+      return lines + (unknown_first ? unknown + entry : entry + unknown);
+    };
+    write_file(path("index.dat"), text("00000007"));
+    NewVersion one = version("z.kdc", "anew");
+    for (const fs::path& each :
+         {fs::path(place("x").path), fs::path(path("index.dat")), fs::path(path("index")),
+          fs::path(system_form(root())), fs::path(one.source).parent_path()})
+      fs::permissions(each, fs::perms::all);
+    fs::permissions(path("elsewhere"), fs::perms::none);
+    ASSERT_EQ(seteuid(65534), 0);
+    {
+      NewVersions work(place("x"), {});
+      if (work.stage(one)) NewVersions::enter({&work});
+    }
+    const std::string found = served("z.kdc");
+    ASSERT_EQ(seteuid(0), 0);
+    EXPECT_EQ(one.fate, Fate::kStored) << one.reason;
+    EXPECT_EQ(found, "anew");
+    EXPECT_EQ(read_file(path("index.dat")), text(unknown_first ? "00000009" : "00000008"));
   }
-  const std::string found = served("z.kdc");
-  ASSERT_EQ(seteuid(0), 0);
-  EXPECT_EQ(one.fate, Fate::kStored) << one.reason;
-  EXPECT_EQ(found, "anew");
-  EXPECT_EQ(read_file(path("index.dat")), lines + "z.kdc_0000000000/00000008\n" + unknown);
 }
 
 #endif
@@ -422,6 +428,54 @@ TEST_F(AdminOldVersions, KeepAFileThatAnotherEntryNames) {
   EXPECT_EQ(a.fate, OldVersion::Fate::kRemoved);
   EXPECT_EQ(read_file(path("index.dat")), "b.kdc_0000000000/00000001\n");
   EXPECT_EQ(read_file(path(a.file)), "bytes of a.kdc");
+}
+
+TEST_F(AdminOldVersions, LeaveWhatTheLibraryLeavesOfAKeyWithTwoLines) {
+  struct Case {
+    std::vector<const char*> before;  ///< physical names of the lines
+    const char* removed;              ///< that of the entry
+    std::string after;
+  };
+  const std::string key = "a.kdc_0000000000/";
+  const std::array<Case, 5> cases = {{
+      {{"00000001", "00000002"}, "00000001", key + "00000002\n"},
+      {{"00000001", "00000001"}, "00000001", " "},
+      {{"00000001", "00000077"}, "00000001", " "},
+      {{"00000077", "00000002", "00000001"}, "00000002", key + "00000001\n"},
+      {{"00000002", "00000002", "00000001"}, "00000002", key + "00000001\n"},
+  }};
+  for (const Case& each : cases) {
+    std::string text;
+    for (const char* const stored : each.before) text += key + stored + "\n";
+    SCOPED_TRACE(text);
+    const auto fill = [&](const std::string& folder) {
+      std::filesystem::remove_all(folder);
+      std::filesystem::create_directories(folder);
+      for (const char* const file : {"00000001.kdc", "00000002.kdc"})
+        write_file(admin::sys::join(folder, file), file);
+      write_file(admin::sys::join(folder, "index.dat"), text);
+    };
+    const auto seen = [](const std::string& folder) {
+      std::string all = read_file(admin::sys::join(folder, "index.dat"));
+      for (const char* const file : {"00000001.kdc", "00000002.kdc"})
+        if (file_exists(admin::sys::join(folder, file))) all += file;
+      return all;
+    };
+    fill(place().path);
+    OldVersion version;
+    version.logical = "a.kdc";
+    version.file = std::string(each.removed) + ".kdc";
+    version.is_same = [](admin::LockedFile&) { return true; };
+    remove({&version});
+    EXPECT_EQ(version.fate, OldVersion::Fate::kRemoved) << version.reason;
+    EXPECT_EQ(read_file(path("index.dat")), each.after);
+    EXPECT_FALSE(file_exists(path(version.file)));
+
+    const std::string beside = folder(Area::kUser, "bert", "x");
+    fill(beside);
+    STGIndex::remove(beside, "a.kdc", 0);
+    EXPECT_EQ(seen(place().path), seen(beside));
+  }
 }
 
 TEST_F(AdminOldVersions, WaitNoLongerThanTheTimeOut) {
