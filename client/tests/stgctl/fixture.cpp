@@ -1,6 +1,11 @@
 #include "client/tests/stgctl/fixture.h"
 
+#if !defined(_WIN32)
+#include <sys/wait.h>
+#endif
+
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <sstream>
 
@@ -97,6 +102,29 @@ outcome Client::change(std::vector<std::string> arguments) {
   arguments.insert(arguments.end(), {"--owner", "anna", "--yes"});
   return on_tree(std::move(arguments));
 }
+
+#if !defined(_WIN32)
+
+void Client::open_to_all() const {
+  for (const fs::path& each : fs::recursive_directory_iterator(shell_path(root())))
+    fs::permissions(each, fs::perms::all);
+  for (const char* const folder : {"", "in", "root"})
+    fs::permissions(shell_path(m_scratch.path(folder)), fs::perms::all);
+}
+
+outcome Client::change_as_nobody(const std::vector<std::string>& arguments) const {
+  const std::string out = shell_path(m_scratch.path("out"));
+  const std::string err = shell_path(m_scratch.path("err"));
+  std::string command =
+      "setpriv --reuid=65534 --regid=65534 --clear-groups '" + client_path() + "'";
+  for (const std::string& each : arguments) command += " '" + each + "'";
+  command +=
+      " --owner anna --yes --root '" + shell_path(root()) + "' >'" + out + "' 2>'" + err + "'";
+  const int status = std::system(command.c_str());
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read_file(out), read_file(err)};
+}
+
+#endif
 
 std::vector<Json> Client::json(std::vector<std::string> arguments, int code) {
   arguments.emplace_back("--json");

@@ -31,6 +31,12 @@ class Client : public testing::Test {
   outcome on_tree(std::vector<std::string> arguments, Environment environment = {});
   /// Like on_tree() for owner anna, with --yes.
   outcome change(std::vector<std::string> arguments);
+#if !defined(_WIN32)
+  /// Gives all users access to the tree and the files to store.
+  void open_to_all() const;
+  /// change() as a user without rights of its own. Only root can do that.
+  outcome change_as_nobody(const std::vector<std::string>& arguments) const;
+#endif
   /// on_tree() with --json. @return its lines.
   std::vector<Json> json(std::vector<std::string> arguments, int code = 0);
 

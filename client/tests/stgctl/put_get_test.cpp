@@ -1,4 +1,9 @@
+#if !defined(_WIN32)
+#include <unistd.h>
+#endif
+
 #include <algorithm>
+#include <filesystem>
 
 #include "client/tests/stgctl/fixture.h"
 
@@ -315,6 +320,27 @@ TEST_F(ClientRm, LeavesKeyLinesWhereTheLibraryWouldCutAnotherOne) {
   EXPECT_NE(result.err.find("attribut.txt"), std::string::npos);
   EXPECT_EQ(get("attribut.txt", {"--area", "user"}), "ab.txt=1\nb.txt=2\n");
 }
+
+#if !defined(_WIN32)
+
+TEST_F(ClientRm, LeavesAnUnknownEntryAndSaysRemoved) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs to change the user";
+  put("a.kdc", "text");
+  const std::string file = physical("docs", "a.kdc");
+  const std::string index = folder_of(file) + "/index.dat";
+  const std::string unknown = "a.kdc_0000000000/elsewhere\\x\n";
+  write_file(index, read_file(index) + unknown);
+  make_folder(folder_of(file) + "/elsewhere");
+  open_to_all();
+  std::filesystem::permissions(folder_of(file) + "/elsewhere", std::filesystem::perms::none);
+  const outcome result = change_as_nobody({"rm", "a.kdc"});
+  EXPECT_EQ(result.code, 0) << result.err;
+  EXPECT_NE(result.out.find("removed  docs/anna/a.kdc"), std::string::npos) << result.out;
+  EXPECT_FALSE(file_exists(file));
+  EXPECT_EQ(read_file(index), unknown);
+}
+
+#endif
 
 TEST_F(ClientMv, RenamesWithinAFolder) {
   ASSERT_EQ(change({"put", source("a.txt", "x", 1'111'111'111), "--area", "user"}).code, 0);
