@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <array>
 #include <map>
+#include <span>
 #include <sstream>
 
 namespace stgctl {
@@ -173,20 +174,30 @@ std::vector<std::string> options_of(const CLI::App& command, const CLI::App& app
   return names;
 }
 
+/// Whether a word only follows the argument "--", which ends the options.
+bool is_behind_end_of_options(const std::string& word, std::span<const std::string> arguments) {
+  const auto end = std::ranges::find(arguments, "--");
+  return std::find(arguments.begin(), end, word) == end &&
+         std::find(end, arguments.end(), word) != arguments.end();
+}
+
 /// What to do about an unexpected option: where it belongs, or which one is similar; can be empty.
 /// @param name "stgctl init"
-std::string hint_for(const std::string& word, const CLI::App& command, const CLI::App& app,
-                     const std::string& name) {
+std::string hint_for(const std::string& word, std::span<const std::string> arguments,
+                     const CLI::App& command, const CLI::App& app, const std::string& name) {
   const std::string option = word.substr(0, word.find('='));
   if (!option.starts_with('-')) return {};
+  const bool is_known = command.get_option_no_throw(option) != nullptr;
+  if (is_behind_end_of_options(word, arguments))
+    return is_known ? formatted("; '{}' is an option only before '--'", option) : "";
   // Only an option before its command is known and still unexpected.
-  if (command.get_option_no_throw(option) != nullptr)
-    return formatted("; '{}' follows the command: '{} {}'", option, name, option);
+  if (is_known) return formatted("; '{}' follows the command: '{} {}'", option, name, option);
   return option.starts_with("--") ? did_you_mean(option, options_of(command, app)) : "";
 }
 
 /// Prints the requested help, or the error of an invalid command line. @return the exit code.
-Exit tell_parse_result(const CLI::App& app, const CLI::ParseError& result, Output& out) {
+Exit tell_parse_result(const CLI::App& app, std::span<const std::string> arguments,
+                       const CLI::ParseError& result, Output& out) {
   if (result.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
     std::ostringstream text;
     app.exit(result, text, text);
@@ -214,8 +225,8 @@ Exit tell_parse_result(const CLI::App& app, const CLI::ParseError& result, Outpu
   const std::string text = dynamic_cast<const CLI::ExtrasError*>(&result) != nullptr
                                ? "not expected: " + joined(remaining, " ")
                                : std::string(result.what());
-  out.error(
-      formatted("{}{}; see '{} --help'", shown(text), hint_for(first, *command, app, name), name));
+  out.error(formatted("{}{}; see '{} --help'", shown(text),
+                      hint_for(first, arguments, *command, app, name), name));
   return Exit::kUsage;
 }
 
@@ -351,15 +362,15 @@ std::optional<Exit> CommandLine::parse(std::vector<std::string> arguments, Outpu
   GlobalOptions& options = m_parts->options;
   try {
     rewrite_shorthands(arguments);
-    // The parser reads the arguments from the last to the first.
-    std::reverse(arguments.begin(), arguments.end());
-    m_parts->app.parse(arguments);
+    // The parser reads the arguments from the last to the first, and removes them.
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    m_parts->app.parse(std::move(reversed));
     if (!options.root.empty() && !options.storage.empty()) {
       throw CLI::ExcludesError("--root", "--storage");
     }
     take_owner_apart(options);
   } catch (const CLI::ParseError& result) {
-    return tell_parse_result(m_parts->app, result, out);
+    return tell_parse_result(m_parts->app, arguments, result, out);
   }
   return std::nullopt;
 }

@@ -243,6 +243,12 @@ TEST_F(ClientEasy, GuessesWhatWasMeant) {
   told({"-n", "put", "x"}, "'-n' follows the command: 'stgctl put -n'");
   told({"keys", "--yes", "set", "f", "a=b"},
        "'--yes' follows the command: 'stgctl keys set --yes'");
+  told({"--yes", "init", "--", "--yes"}, "'--yes' follows the command: 'stgctl init --yes'");
+  // After "--" nothing is an option.
+  told({"init", "--", "--yes"},
+       "not expected: --yes; '--yes' is an option only before '--'; see 'stgctl init --help'");
+  told({"init", "--", "-y"}, "not expected: -y; '-y' is an option only before '--'; see");
+  told({"init", "--", "--yess"}, "not expected: --yess; see 'stgctl init --help'");
   told({"index", "restore", "--at"}, "'stgctl index restore --help'");
   EXPECT_EQ(run({"nothing-like-it"}).err.find("did you mean"), std::string::npos);
 }
