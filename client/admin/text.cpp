@@ -180,13 +180,11 @@ const char* why_not_safe(std::string_view name) {
 
 bool matches(std::string_view pattern, std::string_view name,
              std::vector<std::string_view>* stars) {
-  /// A "*" of the pattern, and the part of the name that it takes.
-  struct Star {
-    std::size_t at;
-    std::size_t begin;
-    std::size_t end;
-  };
-  std::vector<Star> found;
+  const std::size_t before = stars != nullptr ? stars->size() : 0;
+  // The last "*", and the part of the name that it takes. The ones before it keep their parts.
+  std::size_t star = std::string_view::npos;
+  std::size_t begin = 0;
+  std::size_t end = 0;
   std::size_t at = 0;
   std::size_t in_name = 0;
   const auto step = [&](std::size_t from) {
@@ -195,22 +193,23 @@ bool matches(std::string_view pattern, std::string_view name,
   while (at < pattern.size() || in_name < name.size()) {
     const char wanted = at < pattern.size() ? pattern[at] : '\0';
     if (at < pattern.size() && wanted == '*') {
-      found.push_back({at++, in_name, in_name});
+      star = at++;
+      begin = end = in_name;
+      if (stars != nullptr) stars->push_back(name.substr(begin, 0));
     } else if (at < pattern.size() && in_name < name.size() &&
                (wanted == '?' || wanted == name[in_name])) {
       ++at;
       in_name = wanted == '?' ? step(in_name) : in_name + 1;
-    } else if (in_name < name.size() && !found.empty()) {
-      // The last "*" takes one character more.
-      Star& last = found.back();
-      at = last.at + 1;
-      in_name = last.end = step(last.end);
+    } else if (in_name < name.size() && star != std::string_view::npos) {
+      // It takes one character more.
+      at = star + 1;
+      in_name = end = step(end);
+      if (stars != nullptr) stars->back() = name.substr(begin, end - begin);
     } else {
+      if (stars != nullptr) stars->resize(before);
       return false;
     }
   }
-  if (stars == nullptr) return true;
-  for (const Star& each : found) stars->push_back(name.substr(each.begin, each.end - each.begin));
   return true;
 }
 

@@ -42,7 +42,9 @@ const char* why_not_portable(std::string_view name);
 const char* why_not_safe(std::string_view name);
 
 /// Matches a pattern: "*" is any number of characters, "?" is one UTF-8 character. Case-sensitive.
-/// @param stars gets the text of the name for each "*", the first ones as short as possible.
+/// Needs memory only for the stars.
+/// @param stars if the name matches, gets its text for each "*", the first ones as short as
+/// possible.
 bool matches(std::string_view pattern, std::string_view name,
              std::vector<std::string_view>* stars = nullptr);
 

@@ -103,6 +103,10 @@ TEST(AdminText, SaysWhatEachStarMatches) {
   EXPECT_EQ(stars("*a*b", "xaxaxb"), (Stars{"x", "xax"}));
   EXPECT_EQ(stars("**.*", "a.b.c"), (Stars{"", "a", "b.c"}));
   EXPECT_EQ(stars("*?*", "\xC3\xA4\xE4"), (Stars{"", "\xE4"}));
+  EXPECT_EQ(stars("a", "a"), Stars{});
+  Stars unchanged = {"before"};
+  EXPECT_FALSE(admin::matches("*a*b", "xaxa", &unchanged));
+  EXPECT_EQ(unchanged, Stars{"before"});
 }
 
 TEST(AdminKeyLines, ChangesTheFirstLineOfAKeyAndDropsTheOthers) {
