@@ -353,6 +353,11 @@ TEST_F(ClientLook, GivesUpALockedIndexInTime) {
   EXPECT_EQ(on_tree({"check", "--lock-timeout", "0.1"}).code, 4);
 #if !defined(_WIN32)
   EXPECT_EQ(on_tree({"ls", "--no-lock"}).code, 0);
+  const std::string page = shell_path(scratch().path("page.html"));
+  const outcome report = on_tree(
+      {"report", "--html", page, "--area", "user", "--lock-timeout", "0.1", "--no-lock", "--yes"});
+  EXPECT_EQ(report.code, 0) << report.err;
+  EXPECT_EQ(read_file(page).find("could not be calculated"), std::string::npos);
 #endif
 }
 
