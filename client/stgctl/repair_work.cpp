@@ -38,15 +38,22 @@ void open_locked(Context& context, LockedFile& file, const std::string& path,
   const os::Status status = file.open(path, purpose, context.locking());
   check_locked(context, path, status);
   if (status.failure() == os::Failure::kNotFound) skip(if_gone);
-  check(status);
+  if (!status.ok()) give_up(admin::why_not_usable(path, status));
 }
 
-/// Reads the folder of a file. The caller holds the lock of the folder's index.
+/// Reads the folder of a file. Without its index nothing shows what the folder's names belong to,
+/// so an index that cannot be read ends the step. @param index locked by the caller, or not open.
 void look(FolderView& view, const std::string& folder, LockedFile& index) {
   admin::DocumentFolder place;
   place.path = folder;
-  if (!index.is_open() || !view.load_locked(place, index).ok())
-    view.load(place, sys::Locking::none());
+  if (index.is_open()) return check(view.load_locked(place, index));
+  view.load(place, sys::Locking::none());
+  check(view.status());
+  using State = admin::IndexState;
+  if (view.index_state() != State::kLocked && view.index_state() != State::kFailed) return;
+  const std::string path = view.path_of(index_format::kIndexFile);
+  give_up(formatted("the index {} cannot be read: {}", shown(path),
+                    admin::why_not_usable(path, view.index_status())));
 }
 
 LockedFile::For purpose_of(Context& context, LockedFile::For change = LockedFile::For::kChanging) {
@@ -89,7 +96,6 @@ std::string change_index(Context& context, const Repair& repair, const std::stri
   open_locked(context, index, path, purpose_of(context), "the index no longer exists");
   FolderView view;
   look(view, folder_of(path), index);
-  check(view.status());
   std::size_t count = 0;
   const std::string text = change(view, count);
   if (count == 0) skip(none);
@@ -198,6 +204,7 @@ std::string quarantine(Context& context, const Repair& repair, const std::string
   if (work.is_dry()) return format_bytes(info.size);
   const Step step = work.get().begin_step(repair);
   if (const os::Status moved = os::rename(path, work.get().item(step)); !moved.ok()) {
+    if (is_missing(path)) skip("it no longer exists");
     give_up(sys::text_of(moved) +
             "; the quarantine must be on the same file system (--quarantine)");
   }

@@ -1,6 +1,10 @@
 // repair, undo and the quarantine.
 #include "client/tests/stgctl/repair_fixture.h"
 
+#if !defined(_WIN32)
+#include <unistd.h>
+#endif
+
 #include <algorithm>
 #include <chrono>
 #include <nlohmann/json.hpp>
@@ -150,6 +154,37 @@ TEST_F(ClientRepair, LeavesAloneWhatHasChangedSinceThePlanWasMade) {
   EXPECT_EQ(read_file(m_keys), "known.txt=y\r\nlost=z\t");
   EXPECT_EQ(read_file(m_folder + "/index.dat"), m_healthy + "gone.kdc_0000000000/00000077\n");
 }
+
+TEST_F(ClientRepair, SaysWhatIsInThePlaceOfAnIndex) {
+  harm();
+  ASSERT_EQ(on_tree({"repair", "--plan", plan(), "--only", "line-without-file"}).code, 0);
+  std::filesystem::rename(m_folder + "/index.dat", m_folder + "/moved");
+  std::filesystem::create_directory(m_folder + "/index.dat");
+  const outcome result = on_tree({"repair", "--apply", plan(), "--yes"});
+  EXPECT_EQ(result.code, 1);
+  EXPECT_NE(result.err.find("index.dat: a folder is in its place"), std::string::npos)
+      << result.err;
+}
+
+#if !defined(_WIN32)
+
+TEST_F(ClientRepair, RemovesNoKeyLineWhenTheIndexCannotBeRead) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs to change the user";
+  harm();
+  const std::string before = read_file(m_keys);
+  ASSERT_EQ(on_tree({"repair", "--plan", plan(), "--only", "dangling-key-line"}).code, 0);
+  // One line names a document now.
+  ASSERT_EQ(change({"put", source("gone.kdf", "stored since"), "--area", "user"}).code, 0);
+  open_to_all();
+  std::filesystem::permissions(native(storage() + "\\user\\anna\\index.dat"),
+                               std::filesystem::perms::none);
+  const outcome result = change_as_nobody({"repair", "--apply", plan()});
+  EXPECT_EQ(result.code, 1) << result.out;
+  EXPECT_NE(result.err.find("index.dat cannot be read: "), std::string::npos) << result.err;
+  EXPECT_EQ(read_file(m_keys), before);
+}
+
+#endif
 
 TEST_F(ClientRepair, IsUndoneBesideWhatWasWrittenSince) {
   harm();
