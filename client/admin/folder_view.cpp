@@ -20,15 +20,28 @@ os::EntryKind entry_kind_of(sys::Kind kind) {
 void FolderView::load(const DocumentFolder& folder, const sys::Locking& locking) {
   m_folder = folder;
   read_index(locking);
-  list(folder.path);
+  read_names();
 }
 
 os::Status FolderView::load_locked(const DocumentFolder& folder, LockedFile& index) {
   m_folder = folder;
   m_index_status = index.read_text(m_index_bytes);
-  if (!m_index_status.ok()) return m_index_status;
+  if (!m_index_status.ok()) m_index_bytes.clear();
   take_text();
-  return list(folder.path);
+  read_names();
+  if (m_index_status.ok()) return m_status;
+  m_index_state = IndexState::kFailed;
+  return m_index_status;
+}
+
+const os::Status& FolderView::list(const std::string& folder) {
+  m_folder = DocumentFolder();
+  m_folder.path = folder;
+  m_index_bytes.clear();
+  take_text();
+  m_index_state = IndexState::kMissing;
+  m_index_status = os::Status();
+  return read_names();
 }
 
 void FolderView::take_text() {
@@ -38,8 +51,7 @@ void FolderView::take_text() {
   m_index_state = m_index_text.empty() ? IndexState::kNoBytes : IndexState::kRead;
 }
 
-const os::Status& FolderView::list(const std::string& folder) {
-  m_folder.path = folder;
+const os::Status& FolderView::read_names() {
   m_names.clear();
   os::Listing entries;
   std::vector<sys::Kind> kinds;

@@ -52,7 +52,7 @@ class FolderView {
   /// completes an interrupted save. @return the status of reading it, or of the listing.
   os::Status load_locked(const DocumentFolder& folder, LockedFile& index);
 
-  /// Only lists the folder. @return the status of the listing.
+  /// Only lists the folder, as if it had no index. @return the status of the listing.
   const os::Status& list(const std::string& folder);
 
   const DocumentFolder& folder() const { return m_folder; }
@@ -97,6 +97,7 @@ class FolderView {
  private:
   void read_index(const sys::Locking& locking);
   void take_text();
+  const os::Status& read_names();
 
   DocumentFolder m_folder;
   os::Status m_status;

@@ -239,6 +239,23 @@ TEST_F(AdminIndex, HasTheNewTextOfAnInterruptedSave) {
   EXPECT_EQ(state(), admin::IndexState::kNoBytes);
 }
 
+TEST_F(AdminIndex, IsNotKeptByAViewThatOnlyListsAnotherFolder) {
+  file("00000001.kdb");
+  index("a.kdb_0000000001/00000001\n");
+  admin::DocumentFolder folder;
+  folder.path = system_form(path(""));
+  admin::FolderView view;
+  view.load(folder, {});
+  ASSERT_EQ(view.index_state(), admin::IndexState::kRead);
+  const scratch_folder other;
+  write_file(other.path("b"), "x");
+  EXPECT_TRUE(view.list(system_form(other.path())).ok());
+  EXPECT_EQ(view.names().size(), 1U);
+  EXPECT_EQ(view.index_state(), admin::IndexState::kMissing);
+  EXPECT_EQ(view.index_text(), "");
+  for (const admin::LintedLine& line : admin::IndexLint(view)) ADD_FAILURE() << line.raw;
+}
+
 #if !defined(_WIN32)
 
 TEST_F(AdminIndex, HasUnknownEntries) {
