@@ -10,6 +10,7 @@
 #include <span>
 
 #include "client/admin/formatted.h"
+#include "client/admin/system.h"
 #include "index/index_format.h"
 
 namespace admin {
@@ -140,6 +141,16 @@ void fold_case(std::string_view name, std::string& folded) {
     }
     name.remove_prefix(length);
   }
+}
+
+bool are_same_to_system(std::string_view one, std::string_view other) {
+  // Letters have the same number of bytes in both cases.
+  if (!sys::kIgnoresCase || one.size() != other.size()) return one == other;
+  std::string folded;
+  std::string other_folded;
+  fold_case(one, folded);
+  fold_case(other, other_folded);
+  return folded == other_folded;
 }
 
 std::string adopted_name(std::string file) {

@@ -26,6 +26,10 @@ std::string to_hex(std::string_view bytes);
 /// ASCII, Latin-1, Latin Extended-A, Greek and Cyrillic letters.
 void fold_case(std::string_view name, std::string& folded);
 
+/// Whether the system finds the same file under both names: on Windows, if they differ at most in
+/// letter case.
+bool are_same_to_system(std::string_view one, std::string_view other);
+
 /// The name under which the library adopts a file: its extension in lower case.
 std::string adopted_name(std::string file);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "client/admin/text.h"
 #include "index/index_format.h"
 #include "storage/layout.h"
 
@@ -218,13 +219,25 @@ std::optional<Located> locate_in(const Tree& tree, const std::string& path) {
     if (sys::kSeparator == '\\') std::replace(text.begin(), text.end(), '/', '\\');
     return text;
   };
+  const auto locate = [&tree](std::string below) {
+    // The areas are the only names that are compared with fixed ones.
+    const std::string first = below.substr(0, below.find(sys::kSeparator));
+    const auto area =
+        std::ranges::find_if(kNames, [&](auto name) { return are_same_to_system(name, first); });
+    if (area != kNames.end()) below.replace(0, first.size(), *area);
+    return locate_below(tree, below);
+  };
   std::string full = native(path);
   const std::string prefix = sys::join(tree.storage, "");
-  if (!full.starts_with(prefix)) full = sys::absolute(full);
-  if (full.starts_with(prefix)) return locate_below(tree, full.substr(prefix.size()));
+  const auto is_below = [&] {
+    return full.size() >= prefix.size() &&
+           are_same_to_system(std::string_view(full).substr(0, prefix.size()), prefix);
+  };
+  if (!is_below()) full = sys::absolute(full);
+  if (is_below()) return locate(full.substr(prefix.size()));
   // Reports name folders relative to the storage folder.
   if (path.find("..") != std::string::npos) return std::nullopt;
-  return locate_below(tree, native(path));
+  return locate(native(path));
 }
 
 }  // namespace admin

@@ -122,7 +122,8 @@ struct Located {
   DocumentFolder folder;
   std::string rest;  ///< below the folder; empty for the folder itself
 };
-/// @param path absolute, or relative to the storage folder: "docs/anna/00000042".
+/// @param path absolute, or relative to the storage folder: "docs/anna/00000042". On Windows the
+/// letter case of the tree's path and of the area do not matter.
 /// @return nothing for a path outside the tree or above its document folders.
 std::optional<Located> locate_in(const Tree& tree, const std::string& path);
 /// The same for a path below the storage folder, with the system's separator.

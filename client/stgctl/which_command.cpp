@@ -1,3 +1,6 @@
+#include <algorithm>
+
+#include "client/admin/text.h"
 #include "client/stgctl/look.h"
 
 namespace stgctl {
@@ -6,9 +9,13 @@ namespace {
 
 /// The document's file for a path in its folder: the file itself, or the file of a sub-part.
 std::string document_file(const admin::DocumentFolder& folder, const std::string& rest) {
-  const std::string first = rest.substr(0, rest.find(sys::kSeparator));
+  std::string first = rest.substr(0, rest.find(sys::kSeparator));
   admin::FolderView view;
   view.list(folder.path);
+  const auto listed = std::ranges::find_if(view.names(), [&](const admin::Name& name) {
+    return admin::are_same_to_system(name.text, first);
+  });
+  if (listed != view.names().end()) first = listed->text;
   if (view.kind_of(first) != sys::Kind::kFolder) return first;
   const std::uint32_t document = view.document_of(first);
   return document == admin::FolderView::kNone ? first : std::string(view.names()[document].text);
@@ -25,7 +32,9 @@ Exit show_logical(Context& context, const admin::Located& located) {
   const admin::EntryFailures failures = admin::for_each_entry(
       context.tree(), query,
       [&](const admin::EntryView& entry) {
-        if (entry.file != file || entry.folder->path != located.folder.path) return true;
+        if (!admin::are_same_to_system(entry.file, file) ||
+            entry.folder->path != located.folder.path)
+          return true;
         any = true;
         Json fields = fields_of(entry);
         fields["direction"] = "logical";

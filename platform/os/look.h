@@ -24,10 +24,13 @@ inline constexpr char kSeparator = '\\';
 inline constexpr std::size_t kPathLimit = 259;
 /// Whether a file can be replaced by another one while programs have it open.
 inline constexpr bool kReplacesOpenFiles = false;
+/// Whether a file is also found under its name in another letter case.
+inline constexpr bool kIgnoresCase = true;
 #else
 inline constexpr char kSeparator = '/';
 inline constexpr std::size_t kPathLimit = 4095;
 inline constexpr bool kReplacesOpenFiles = true;
+inline constexpr bool kIgnoresCase = false;
 #endif
 
 /// The longest file name on common file systems.
