@@ -306,7 +306,7 @@ bool write_steps(Steps& steps, const Tree& tree, const Request& request, Explana
     // A missing entry does not prevent a write.
     existed = steps.lookup(request.timestamp);
     if (result.lock_missed || (!existed && steps.index_failed())) return false;
-    for (Step& step : result.steps) {
+    for (ExplainStep& step : result.steps) {
       if (step.answer == Answer::kNo) step.answer = Answer::kNote;
     }
   }
@@ -417,8 +417,8 @@ Explanation explain(const Tree& tree, const Request& request, const sys::Locking
 
 }  // namespace
 
-const Step* Explanation::first_no() const {
-  const auto found = std::ranges::find(steps, Answer::kNo, &Step::answer);
+const ExplainStep* Explanation::first_no() const {
+  const auto found = std::ranges::find(steps, Answer::kNo, &ExplainStep::answer);
   return found == steps.end() ? nullptr : &*found;
 }
 

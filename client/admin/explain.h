@@ -19,7 +19,7 @@ enum class Answer : std::uint8_t {
   kNote,  ///< a value; it decides nothing
 };
 
-struct Step {
+struct ExplainStep {
   std::string name;  ///< stable: "owner-folder"
   Answer answer = Answer::kNote;
   std::string text;                                              ///< one sentence
@@ -40,7 +40,7 @@ struct Request {
 };
 
 struct Explanation {
-  std::vector<Step> steps;
+  std::vector<ExplainStep> steps;
   bool would_succeed = false;
   DocumentFolder folder;  ///< of the entry, as far as the steps got
   /// The file that would be opened, as far as the steps got.
@@ -50,7 +50,7 @@ struct Explanation {
   bool lock_missed = false;  ///< an index was locked, so the rest is unknown
 
   /// The first step that failed; null if none did.
-  const Step* first_no() const;
+  const ExplainStep* first_no() const;
 };
 
 /// Explains the search for an entry at exactly one timestamp, before its file is opened.

@@ -7,8 +7,8 @@ namespace stgctl {
 namespace {
 
 using admin::Answer;
+using admin::ExplainStep;
 using admin::Explanation;
-using admin::Step;
 
 enum class What { kRead, kWrite, kPart };
 
@@ -56,7 +56,7 @@ std::string_view name_of(Answer answer) {
 }
 
 std::string outcome(What what, const Explanation& told) {
-  if (const Step* no = told.first_no())
+  if (const ExplainStep* no = told.first_no())
     return formatted("not {}: {}", what == What::kWrite ? "written" : "served", shown(no->text));
   const char* const verb = what == What::kWrite ? "would be written" : "would be served";
   return formatted("{} {}", shown(told.path), verb);
@@ -110,10 +110,10 @@ void show_json(Context& context, What what, const admin::Request& request, const
   }
   fields["succeeds"] = told.would_succeed;
   fields["path"] = told.path;
-  const Step* const no = told.first_no();
+  const ExplainStep* const no = told.first_no();
   fields["first_no"] = no != nullptr ? Json(no->name) : Json();
   fields["steps"] = Json::array();
-  for (const Step& step : told.steps) {
+  for (const ExplainStep& step : told.steps) {
     Json& each = fields["steps"].push_back({{"step", step.name},
                                             {"answer", name_of(step.answer)},
                                             {"text", step.text},
@@ -126,7 +126,7 @@ void show_json(Context& context, What what, const admin::Request& request, const
 
 void show_text(Context& context, What what, const Explanation& told) {
   std::size_t number = 0;
-  for (const Step& step : told.steps) {
+  for (const ExplainStep& step : told.steps) {
     const Style style = step.answer == Answer::kYes  ? Style::kGreen
                         : step.answer == Answer::kNo ? Style::kRed
                                                      : Style::kDim;

@@ -113,7 +113,7 @@ std::string AppliedPlan::folder() const {
 
 std::string AppliedPlan::path() const { return sys::join(folder(), kManifest); }
 
-std::string AppliedPlan::item(const Step& step) const {
+std::string AppliedPlan::item(const RepairStep& step) const {
   return sys::join(folder(), formatted("{:04}", step.number));
 }
 
@@ -167,7 +167,7 @@ void AppliedPlan::read(const nlohmann::json& record) {
     m_record.steps.push_back({number, repair_of(record), false, record.value("after", ""),
                               record.value("was_missing", false)});
   } else if (kind == "done") {
-    for (Step& step : m_record.steps) step.is_done = step.is_done || step.number == number;
+    for (RepairStep& step : m_record.steps) step.is_done = step.is_done || step.number == number;
   } else if (kind == "complete") {
     m_record.is_complete = true;
   } else if (kind == "undone") {
@@ -190,18 +190,18 @@ void AppliedPlan::append(const char* kind, const Json& fields) {
   read(std::string_view(line));
 }
 
-const Step* AppliedPlan::unfinished(const Repair& repair) const {
-  const auto is_it = [&](const Step& step) {
+const RepairStep* AppliedPlan::unfinished(const Repair& repair) const {
+  const auto is_it = [&](const RepairStep& step) {
     return !step.is_done && step.repair.kind == repair.kind && step.repair.path == repair.path;
   };
   const auto found = std::find_if(m_record.steps.rbegin(), m_record.steps.rend(), is_it);
   return found == m_record.steps.rend() ? nullptr : &*found;
 }
 
-Step AppliedPlan::begin_step(const Repair& repair, const std::string* before,
-                             const std::string& after, bool was_missing) {
-  if (const Step* const step = unfinished(repair)) return *step;
-  Step step;
+RepairStep AppliedPlan::begin_step(const Repair& repair, const std::string* before,
+                                   const std::string& after, bool was_missing) {
+  if (const RepairStep* const step = unfinished(repair)) return *step;
+  RepairStep step;
   step.number = m_record.steps.empty() ? 1 : m_record.steps.back().number + 1;
   if (before != nullptr) {
     LockedFile file;
@@ -219,7 +219,7 @@ Step AppliedPlan::begin_step(const Repair& repair, const std::string* before,
   return m_record.steps.back();
 }
 
-void AppliedPlan::note_done(const Step& step) { append("done", {{"step", step.number}}); }
+void AppliedPlan::note_done(const RepairStep& step) { append("done", {{"step", step.number}}); }
 
 void AppliedPlan::note_complete() {
   if (!m_record.is_complete) append("complete", {{"time", os::now()}});

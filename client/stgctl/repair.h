@@ -92,7 +92,7 @@ struct QuarantineOption : TextOption {
 };
 
 /// One step of a plan in its manifest.
-struct Step {
+struct RepairStep {
   std::size_t number = 0;
   Repair repair;
   bool is_done = false;
@@ -109,7 +109,7 @@ struct PlanRecord {
   std::int64_t expires = 0;
   bool is_complete = false;
   bool is_undone = false;
-  std::vector<Step> steps;
+  std::vector<RepairStep> steps;
 
   bool is_expired() const { return expires <= os::now(); }
 };
@@ -126,15 +126,15 @@ class AppliedPlan {
 
   const PlanRecord& record() const { return m_record; }
   /// Where the plan keeps what a step removed.
-  std::string item(const Step& step) const;
+  std::string item(const RepairStep& step) const;
 
   /// An unfinished step for the same repair of the same path.
-  const Step* unfinished(const Repair& repair) const;
+  const RepairStep* unfinished(const Repair& repair) const;
   /// The unfinished step, or a new one, which it writes to the manifest. @param before the bytes to
   /// keep, for an item that is not moved.
-  Step begin_step(const Repair& repair, const std::string* before = nullptr,
-                  const std::string& after = {}, bool was_missing = false);
-  void note_done(const Step& step);
+  RepairStep begin_step(const Repair& repair, const std::string* before = nullptr,
+                        const std::string& after = {}, bool was_missing = false);
+  void note_done(const RepairStep& step);
   void note_complete();
   void note_undone();
 
@@ -200,6 +200,6 @@ Worked do_repair(Context& context, const Repair& repair, WorkPlan& plan);
 
 /// Reverses a step. A dry run changes nothing and returns what it would do.
 /// @throws as do_repair().
-Worked undo_step(Context& context, const AppliedPlan& plan, const Step& step);
+Worked undo_step(Context& context, const AppliedPlan& plan, const RepairStep& step);
 
 }  // namespace stgctl

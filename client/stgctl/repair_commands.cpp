@@ -243,14 +243,14 @@ Exit run_undo(Context& context, const QuarantineOptions& options) {
   context.tree();
   AppliedPlan plan = last_plan(context, quarantine_folder(context, options.quarantine));
   const PlanRecord& record = plan.record();
-  const std::vector<Step> last_first(record.steps.rbegin(), record.steps.rend());
+  const std::vector<RepairStep> last_first(record.steps.rbegin(), record.steps.rend());
   if (!context.is_dry_run()) {
     context.confirm(formatted("Undo the {} repairs of plan {} from {} UTC?", last_first.size(),
                               record.number, format_time(record.time)));
   }
   ChangeReport report(context, "stgctl.undo/1", "undone");
   const bool all = report.guarded([&] {
-    for (const Step& step : last_first) {
+    for (const RepairStep& step : last_first) {
       Context::stop_if_interrupted();
       tell(report, step.repair, undo_step(context, plan, step));
     }

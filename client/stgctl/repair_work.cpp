@@ -73,13 +73,14 @@ void replace(WorkPlan& work, const Repair& repair, LockedFile& file, Writing how
              const std::string& old_bytes, const std::string& new_bytes, bool was_missing = false) {
   if (work.is_dry()) return;
   AppliedPlan& plan = work.get();
-  const Step step = plan.begin_step(repair, &old_bytes, admin::checksum_of(new_bytes), was_missing);
+  const RepairStep step =
+      plan.begin_step(repair, &old_bytes, admin::checksum_of(new_bytes), was_missing);
   write(file, how, old_bytes, new_bytes);
   plan.note_done(step);
 }
 
 /// The bytes that a step has kept.
-bool read_kept(const AppliedPlan& plan, const Step& step, std::string& bytes) {
+bool read_kept(const AppliedPlan& plan, const RepairStep& step, std::string& bytes) {
   return sys::read_file(plan.item(step), {}, bytes).ok();
 }
 
@@ -145,7 +146,7 @@ std::string remove_key_lines(Context& context, const Repair& repair, const std::
   std::string rest = admin::without_key_lines(text, unwanted, removed);
   if (AppliedPlan* const plan = work.begun()) {
     // A process that was killed during the write leaves new bytes, followed by old ones.
-    const Step* const step = plan->unfinished(repair);
+    const RepairStep* const step = plan->unfinished(repair);
     std::string before;
     if (step != nullptr && read_kept(*plan, *step, before)) {
       const std::string wanted = admin::without_key_lines(before, unwanted, removed);
@@ -186,7 +187,7 @@ std::string quarantine(Context& context, const Repair& repair, const std::string
   const sys::Info info = sys::describe(path);
   if (info.kind == sys::Kind::kMissing) {
     AppliedPlan* const plan = work.begun();
-    const Step* const step = plan != nullptr ? plan->unfinished(repair) : nullptr;
+    const RepairStep* const step = plan != nullptr ? plan->unfinished(repair) : nullptr;
     if (step == nullptr || is_missing(plan->item(*step))) skip("it no longer exists");
     plan->note_done(*step);
     return {};
@@ -202,7 +203,7 @@ std::string quarantine(Context& context, const Repair& repair, const std::string
     open_locked(context, file, path, LockedFile::For::kReading, "it no longer exists");
   }
   if (work.is_dry()) return format_bytes(info.size);
-  const Step step = work.get().begin_step(repair);
+  const RepairStep step = work.get().begin_step(repair);
   if (const os::Status moved = os::rename(path, work.get().item(step)); !moved.ok()) {
     if (is_missing(path)) skip("it no longer exists");
     give_up(sys::text_of(moved) +
@@ -225,7 +226,7 @@ std::string repair_one(Context& context, const Repair& repair, WorkPlan& work) {
 
 // ---- undoing -----------------------------------------------------------------------------------
 
-void undo_move(Context& context, const AppliedPlan& plan, const Step& step,
+void undo_move(Context& context, const AppliedPlan& plan, const RepairStep& step,
                const std::string& path) {
   const std::string item = plan.item(step);
   if (is_missing(item)) skip("it is not in the quarantine");
@@ -236,8 +237,8 @@ void undo_move(Context& context, const AppliedPlan& plan, const Step& step,
   if (!context.is_dry_run()) check(os::rename(item, path));
 }
 
-void undo_counter(Context& context, LockedFile& counter, const Step& step, const std::string& path,
-                  const std::string& before, const std::string& now) {
+void undo_counter(Context& context, LockedFile& counter, const RepairStep& step,
+                  const std::string& path, const std::string& before, const std::string& now) {
   if (now == before && !step.was_missing) skip("it is in its old state already");
   if (admin::checksum_of(now) != step.after) skip("newer numbers are in use; the counter stays");
   if (context.is_dry_run()) return;
@@ -245,7 +246,7 @@ void undo_counter(Context& context, LockedFile& counter, const Step& step, const
 }
 
 /// The bytes that an index or a key file must get; keeps all later changes.
-std::string undone_text(const Step& step, const std::string& before, const std::string& now) {
+std::string undone_text(const RepairStep& step, const std::string& before, const std::string& now) {
   // An undo without enough space leaves the beginning of what it wrote.
   if (admin::checksum_of(now) == step.after || before.starts_with(now)) return before;
   if (step.repair.kind == RepairKind::kRemoveLines)
@@ -260,7 +261,7 @@ std::string undone_text(const Step& step, const std::string& before, const std::
   return admin::with_key_lines(now, step.repair.lines);
 }
 
-std::string undo_bytes(Context& context, const AppliedPlan& plan, const Step& step,
+std::string undo_bytes(Context& context, const AppliedPlan& plan, const RepairStep& step,
                        const std::string& path) {
   std::string before;
   if (!read_kept(plan, step, before)) skip("the quarantine keeps nothing of it");
@@ -325,7 +326,7 @@ Worked do_repair(Context& context, const Repair& repair, WorkPlan& work) {
   return result_of([&] { return repair_one(context, repair, work); });
 }
 
-Worked undo_step(Context& context, const AppliedPlan& plan, const Step& step) {
+Worked undo_step(Context& context, const AppliedPlan& plan, const RepairStep& step) {
   return result_of([&]() -> std::string {
     const std::string path = path_in_tree(context, step.repair.path);
     if (step.repair.kind != RepairKind::kQuarantine) return undo_bytes(context, plan, step, path);

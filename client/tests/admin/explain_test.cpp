@@ -87,7 +87,7 @@ class AdminExplain : public ::testing::Test {
   }
 
   static bool has_step(const Explanation& told, const std::string& name) {
-    for (const admin::Step& step : told.steps) {
+    for (const admin::ExplainStep& step : told.steps) {
       if (step.name == name) return true;
     }
     return false;
