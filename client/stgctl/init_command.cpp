@@ -1,6 +1,6 @@
+#include "client/stgctl/change_report.h"
 #include "client/stgctl/command.h"
 #include "client/stgctl/paths.h"
-#include "client/stgctl/report.h"
 
 namespace stgctl {
 

@@ -2,8 +2,8 @@
 
 #include "client/admin/entries.h"
 #include "client/admin/text.h"
+#include "client/stgctl/change_report.h"
 #include "client/stgctl/new_file.h"
-#include "client/stgctl/report.h"
 
 /// @file
 /// The manifest of an export: every file with its time and its checksum. One JSON object per line:

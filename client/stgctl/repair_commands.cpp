@@ -2,11 +2,11 @@
 
 #include <fstream>
 
+#include "client/stgctl/change_report.h"
 #include "client/stgctl/names_file.h"
 #include "client/stgctl/new_file.h"
 #include "client/stgctl/paths.h"
 #include "client/stgctl/repair.h"
-#include "client/stgctl/report.h"
 
 namespace stgctl {
 

@@ -4,7 +4,7 @@
 
 #include "client/admin/entries.h"
 #include "client/admin/text.h"
-#include "client/stgctl/report.h"
+#include "client/stgctl/change_report.h"
 #include "stg_types.h"
 
 /// @file

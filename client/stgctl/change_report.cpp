@@ -1,4 +1,4 @@
-#include "client/stgctl/report.h"
+#include "client/stgctl/change_report.h"
 
 namespace stgctl {
 
