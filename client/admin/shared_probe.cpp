@@ -112,11 +112,10 @@ void exclusive_locks(SharedView& one, SharedView& two, const std::string& name) 
   require(!second->lock(true).ok(), "a lock ends when another handle of its process is closed");
   holder.reset();
   // After a close without unlock, as in a crash, the other host may get the lock a moment later.
-  os::Status locked = second->lock(true);
-  for (int i = 0; i < 100 && !locked.ok(); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    locked = second->lock(true);
-  }
+  sys::Locking moment;
+  moment.time_out = std::chrono::seconds(5);
+  os::Status locked;
+  static_cast<void>(sys::wait_for_lock(name, moment, [&] { return locked = second->lock(true); }));
   require(locked, "a lock does not end with its handle");
 }
 

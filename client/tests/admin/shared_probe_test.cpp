@@ -70,6 +70,46 @@ class LocksOfItsOwn final : public SharedView {
   };
 };
 
+/// A lock ends some time after its handle was closed.
+class LocksThatEndLate final : public SharedView {
+ public:
+  using SharedView::SharedView;
+  std::unique_ptr<SharedHandle> open(const std::string& name, os::Status& status) override {
+    auto handle = SharedView::open(name, status);
+    return handle ? std::make_unique<Late>(std::move(handle), m_ending) : nullptr;
+  }
+
+ private:
+  using Threads = std::vector<std::jthread>;
+  struct Late final : SharedHandle {
+    Late(std::unique_ptr<SharedHandle> file, Threads& ending)
+        : m_file(std::move(file)), m_ending(ending) {}
+    ~Late() override {
+      if (!m_is_locked) return;
+      m_ending.emplace_back([file = std::move(m_file)] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      });
+    }
+    Late(const Late&) = delete;
+    Late& operator=(const Late&) = delete;
+    os::Status lock(bool exclusive) override {
+      const os::Status status = m_file->lock(exclusive);
+      m_is_locked = m_is_locked || status.ok();
+      return status;
+    }
+    os::Status unlock() override {
+      m_is_locked = false;
+      return m_file->unlock();
+    }
+    os::Status read(std::string& bytes) override { return m_file->read(bytes); }
+
+    std::unique_ptr<SharedHandle> m_file;
+    Threads& m_ending;
+    bool m_is_locked = false;
+  };
+  Threads m_ending;
+};
+
 /// Like Linux's SMB client: handles that were opened in the same way share one server handle and
 /// its lock. The lock ends with the first of them. A handle that creates the file does not share.
 class SharesServerHandles final : public SharedView {
@@ -304,6 +344,10 @@ class OtherClock final : public SharedView {
 
 TEST(AdminSharedProbe, FindsNothingMissingInALocalFolderSeenTwice) {
   EXPECT_EQ(missing_with<SharedView>(), Lines{});
+}
+
+TEST(AdminSharedProbe, WaitsForALockThatEndsLate) {
+  EXPECT_EQ(missing_with<LocksThatEndLate>(), Lines{});
 }
 
 TEST(AdminSharedProbe, LeavesNothingBehind) {
