@@ -13,7 +13,7 @@
 #include "index/index_source.h"
 #include "index/index_state.h"
 #include "index/name_list.h"
-#include "index/width.h"
+#include "index/numbers.h"
 #include "platform/host/trace.h"
 #include "platform/os/os.h"
 #include "stg_index.h"

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <limits>
 
-#include "index/digits.h"
+#include "index/numbers.h"
 
 namespace index_format {
 namespace {

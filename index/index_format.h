@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -63,6 +65,15 @@ inline std::string_view extension_of(std::string_view name) {
 /// The name without its extension.
 inline std::string_view stem_of(std::string_view name) {
   return name.substr(0, name.size() - extension_of(name).size());
+}
+
+/// The extensions of documents, without their dot.
+inline constexpr std::array<std::string_view, 7> kDocumentExtensions = {"kdg", "kdb", "kda", "kdd",
+                                                                        "kdc", "kdf", "kde"};
+
+inline bool is_document_extension(std::string_view extension) {
+  return std::find(kDocumentExtensions.begin(), kDocumentExtensions.end(), extension) !=
+         kDocumentExtensions.end();
 }
 
 /// Whether the name of an entry's file is the physical name with the logical name's extension. This

@@ -4,13 +4,12 @@
 #include "file/handle_core.h"
 #include "file/path_text.h"
 #include "file/replacement.h"
-#include "index/document_extensions.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "index/index_state.h"
 #include "index/name_list.h"
+#include "index/numbers.h"
 #include "index/saving.h"
-#include "index/width.h"
 #include "platform/host/trace.h"
 #include "stg_index.h"
 
@@ -169,7 +168,7 @@ void STGIndex::getVUDocs(const std::string& folder, NameMap& out) {
   out.clear();
   const STGIndex index(folder);
   add_physical_names(*index.m_state, out, [](std::string_view logical) {
-    return is_document_extension(extension_without_dot(logical));
+    return index_format::is_document_extension(extension_without_dot(logical));
   });
 }
 

@@ -8,11 +8,12 @@
 #include "file/handle_core.h"
 #include "file/path_text.h"
 #include "file/replacement.h"
+#include "index/folder_files.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "index/index_state.h"
+#include "index/numbers.h"
 #include "index/saving.h"
-#include "index/width.h"
 #include "platform/host/trace.h"
 
 // The instance: load, and save in the destructor (saving.cpp). Names and adoption:
@@ -41,6 +42,18 @@ STGIndex& STGIndex::operator=(const STGIndex& other) {
   m_state->take_over(*other.m_state);
   m_needUpdate = other.m_needUpdate;
   return *this;
+}
+
+std::optional<FileText> read_index(vu_file& index, const std::string& folder) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  if (!vu_file::is_dir(folder)) {
+    VU_ERROR("STGIndex::STGIndex() : the folder ", folder, " doesn't exist !!!");
+  }
+  // If the system cannot tell whether index.dat exists, open() fails with the reason.
+  if (presence_of(index.getFilePath()) == Presence::kMissing) return std::nullopt;
+  // Required: the lock lasts as long as the operation.
+  index.open(vu_file::o_read);
+  return read_to_end(index);
 }
 
 STGIndex::STGIndex(const std::string& folder)

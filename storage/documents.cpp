@@ -2,7 +2,7 @@
 #include <string>
 
 #include "file/path_text.h"
-#include "index/width.h"
+#include "index/numbers.h"
 #include "platform/host/trace.h"
 #include "stg_index.h"
 #include "storage/common.h"

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "file/path_text.h"
-#include "index/document_extensions.h"
+#include "index/index_format.h"
 #include "index/index_gate.h"
 #include "platform/host/trace.h"
 #include "storage/guard.h"
@@ -19,7 +19,7 @@ namespace {
 
 bool is_document(std::string_view logical) {
   path_text::Cut cut;
-  return path_text::cut_at_last_dot(logical, cut) && is_document_extension(cut.after);
+  return path_text::cut_at_last_dot(logical, cut) && index_format::is_document_extension(cut.after);
 }
 
 /// Appends the entries of a folder's index that @p keep selects, in the order of the physical

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "index/digits.h"
+#include "index/numbers.h"
 
 /// The layout of a storage tree on disk, as pure text (docs/formats.md). vu_storage and the reader
 /// of the client build their paths with it.

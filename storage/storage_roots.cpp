@@ -3,10 +3,9 @@
 #include <string>
 #include <utility>
 
-#include "index/document_extensions.h"
 #include "index/index_format.h"
 #include "index/mail_root.h"
-#include "index/width.h"
+#include "index/numbers.h"
 #include "platform/host/host.h"
 #include "platform/host/trace.h"
 #include "platform/os/os.h"
@@ -256,5 +255,5 @@ std::string vu_storage::getLogicalName(const std::string& name, long timestamp) 
 bool vu_storage::isVuDocExt(const std::string& ext) {
   VU_TRACE_SCOPE(kSource, trace_level::xl);
   checkInit();
-  return is_document_extension(ext);
+  return index_format::is_document_extension(ext);
 }

@@ -11,7 +11,6 @@
 #include "client/admin/locked_file.h"
 #include "client/admin/repair_text.h"
 #include "client/admin/text.h"
-#include "index/document_extensions.h"
 #include "index/index_format.h"
 #include "storage/key_text.h"
 #include "storage/layout.h"
@@ -171,7 +170,7 @@ class FolderCheck {
     const std::string_view extension = extension_without_dot(line.logical);
     if (extension == "ctg") m_category_files.emplace_back(line.file);
     if (line.logical == "attribut.txt") m_key_files.emplace_back(line.file);
-    if (m_options.depth != Depth::kFull || !is_document_extension(extension)) return;
+    if (m_options.depth != Depth::kFull || !index_format::is_document_extension(extension)) return;
     const sys::Info info = sys::describe(m_view.path_of(line.file));
     if (info.kind == sys::Kind::kFile && info.size == 0)
       found(Code::kEmptyDocument, line, "file " + in_quotes(line.file));

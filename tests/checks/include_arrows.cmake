@@ -139,7 +139,7 @@ set(rules
   "platform/os     = platform/os include/vu_i18n.h"
   "include         = include"
   "examples        = examples include"
-  "client/admin    = client/admin include platform/os file/replace_in_file.h file/replacement.h index/index_format.h index/index_reader.h index/folder_files.h index/name_index.h index/document_extensions.h storage/layout.h storage/key_text.h"
+  "client/admin    = client/admin include platform/os file/replace_in_file.h file/replacement.h index/index_format.h index/index_reader.h index/folder_files.h index/name_index.h storage/layout.h storage/key_text.h"
   "client/stgctl   = client/stgctl client/admin include"
   "client/tests/admin  = client/tests/admin tests/support client/admin include index/index_format.h index/index_reader.h index/folder_files.h storage/layout.h"
   "client/tests/stgctl = client/tests/stgctl tests/support client/stgctl include"
