@@ -3,6 +3,7 @@
 #include <string_view>
 #include <vector>
 
+#include "api/in_place.h"
 #include "api/lists.h"
 #include "api/store.h"
 #include "file/handle_core.h"
@@ -127,11 +128,12 @@ std::optional<STG::NameValueSeq> changed(const STG::NameValueSeq& lines, const s
 vu_status change(const KeyFile& of, const std::string& name,
                  const std::optional<std::string>& value) {
   Place place = {of.folder, of.name, 0};
+  NewVersion version(of.address);
   if (!value) {
     place = place_of(of);
   } else if (!of.is_plain()) {
     if (!find_folder(of.address, true, place.folder)) throw Refusal{VU_FAILED, {}, {}};
-    find_or_create(of.address, place);
+    version.find_or_create(place);
   }
   vu_file file;
   file.open(place.folder, place.file, vu_file_base::o_append);
@@ -153,6 +155,7 @@ vu_status change(const KeyFile& of, const std::string& name,
     return failed_or(VU_FAILED,
                      "not all lines were written, and the file is cut short; write it again",
                      told_path(place.path()));
+  version.keep();
   Call::current().note_change();
   return done_unless_told();
 }

@@ -103,22 +103,42 @@ Place place_of(const Address& address) {
   return place;
 }
 
-NewFile::Answer NewFile::asked(const std::string& file) const {
+namespace {
+
+Answer is_entered_now(const std::string& folder, const std::string& name, long version,
+                      const std::string& path) {
   const LockLimit none(std::nullopt);
   const unsigned troubles_before = Call::current().troubles();
   std::string entered;
-  if (STGIndex::exists(m_folder, m_name, m_version, entered)) {
-    if (m_folder + "\\" + entered == file) return Answer::kYes;
+  if (STGIndex::exists(folder, name, version, entered)) {
+    if (folder + "\\" + entered == path) return Answer::kYes;
     // A file with the name of the document hides the entry.
-    return entered == m_name ? Answer::kUnknown : Answer::kNo;
+    return entered == name ? Answer::kUnknown : Answer::kNo;
   }
   return Call::current().troubles() == troubles_before ? Answer::kNo : Answer::kUnknown;
 }
 
+}  // namespace
+
+Answer is_entered(const std::string& folder, const std::string& name, long version,
+                  const std::string& path) noexcept {
+  constexpr int kTries = 2;
+  for (int tries = 0; tries < kTries; ++tries) {
+    try {
+      const Answer answer = is_entered_now(folder, name, version, path);
+      if (answer != Answer::kUnknown) return answer;
+    } catch (...) {
+      // An error is not an answer.
+    }
+  }
+  return Answer::kUnknown;
+}
+
 NewFile::~NewFile() {
   if (m_is_kept || !is_made()) return;
+  if (is_entered() != Answer::kNo) return;
   try {
-    if (asked(path()) != Answer::kNo || remove_plain_file(path())) return;
+    if (remove_plain_file(path())) return;
     // A copy can be read-only, like its source.
     vu_file::chmodW(path());
     vu_file::remove(path());
@@ -134,11 +154,12 @@ bool create_entry(const std::string& name, Place& place) {
     place.file = STGIndex::create(place.folder, name, place.version);
   } catch (...) {
     // The entry may be saved, and another program may use it already.
-    if (!made.is_made() || !made.is_entered_with(made.path())) throw;
+    if (!made.is_made() || made.is_entered() != Answer::kYes) throw;
     place.file = made.path().substr(place.folder.size() + 1);
   }
   // A save that failed is only traced.
-  if (Call::current().failures() != failures_before && !made.is_entered_with(place.path()))
+  if (Call::current().failures() != failures_before &&
+      is_entered(place.folder, name, place.version, place.path()) != Answer::kYes)
     throw Refusal{LockLimit::passed() ? VU_LOCK_TIMEOUT : VU_FAILED, {}, {}};
   made.keep();
   return made.is_made();

@@ -134,6 +134,16 @@ inline vu_info info_of(const std::string& path, std::int64_t version) {
 bool find(const Address& address, Place& place);
 /// As find(). @throws Refusal VU_NOTHING_MATCHED if it does not exist.
 Place place_of(const Address& address);
+enum class Answer : std::uint8_t { kYes, kNo, kUnknown };
+/// Whether the index has a version with the file @p path. The result is kUnknown if the system
+/// cannot tell, and if a file with the name of the document hides the entry. A check that fails is
+/// made once more. Nothing throws.
+///
+/// Required: it waits for the index without a limit. After a save the status must say what
+/// happened. And another program can find a saved entry and use it at once, so only the index can
+/// say whether there is something to remove.
+Answer is_entered(const std::string& folder, const std::string& name, long version,
+                  const std::string& path) noexcept;
 /// Creates the entry of a version and its empty file; sets the file of @p place.
 /// @return false if the entry exists already. @throws Refusal, vu_file_except; then there is no
 /// entry, and no file, unless the system cannot tell
@@ -158,14 +168,13 @@ class NewFile {
   /// Whether the operation has made a file. If the entry existed, it has not.
   bool is_made() const { return !path().empty(); }
   const std::string& path() const { return m_own.last(); }
-  /// Whether the index has the entry with this file. @throws std::bad_alloc
-  bool is_entered_with(const std::string& file) const { return asked(file) == Answer::kYes; }
+  /// Whether the index has the entry with the file that was made.
+  Answer is_entered() const noexcept {
+    return api::is_entered(m_folder, m_name, m_version, path());
+  }
   void keep() { m_is_kept = true; }
 
  private:
-  enum class Answer : std::uint8_t { kYes, kNo, kUnknown };
-  Answer asked(const std::string& file) const;
-
   std::string m_folder;
   std::string m_name;
   long m_version;

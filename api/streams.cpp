@@ -79,10 +79,10 @@ void open_served(Stream& stream, const Address& address) {
   throw Refusal{VU_FAILED, "other programs replace the version again and again; call again", {}};
 }
 
-void open_for_writing(Stream& stream, const Address& address, bool replaces) {
+void open_for_writing(Stream& stream, NewVersion& version, bool replaces) {
   stream.direction = Direction::kWrites;
-  open_to_write(stream.file, address, replaces);
-  if (stream.file.is_open() && is_opened_anew(address, stream.file)) return;
+  open_to_write(stream.file, version, replaces);
+  if (stream.file.is_open() && is_opened_anew(version.address(), stream.file)) return;
   if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
   throw Refusal{VU_ALREADY, "the version exists; open it with VU_WRITE_OVER to replace it", {}};
 }
@@ -95,11 +95,13 @@ vu_status open_document(const Store& store, const vu_document* document, std::in
   const bool writes = mode == VU_WRITE_NEW || mode == VU_WRITE_OVER;
   const Address address =
       address_of(store, document, mode == VU_READ_EXACT ? Version::kAny : Version::kNamed);
+  NewVersion version(address);
   auto opened = std::make_unique<Stream>();
   if (mode == VU_READ_EXACT) open_exact(*opened, address);
   if (mode == VU_READ_SERVED) open_served(*opened, address);
-  if (writes) open_for_writing(*opened, address, mode == VU_WRITE_OVER);
+  if (writes) open_for_writing(*opened, version, mode == VU_WRITE_OVER);
   give_stream(std::move(opened), stream);
+  version.keep();
   return VU_DONE;
 }
 

@@ -19,3 +19,13 @@ void IndexGate::visit_files(const std::string& folder, const VisitFile& visit) {
   const STGIndex index(folder);
   visit_physical_names(*index.m_state, visit);
 }
+
+bool IndexGate::remove_if(const std::string& folder, const std::string& logical, long version,
+                          const Condition& is_wanted) {
+  STGIndex index(folder);
+  const std::string key = STGIndex::entryAndTS(logical, version);
+  const auto stored = index.m_state->find(key);
+  if (!stored || !is_wanted(index_format::file_name_of(key, *stored))) return false;
+  index._remove(logical, version);
+  return true;
+}

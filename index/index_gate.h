@@ -25,6 +25,16 @@ struct IndexGate {
   /// @throws like STGIndex::plValues(), and any exception of @p visit.
   static void visit_files(const std::string& folder, const VisitFile& visit);
 
+  using Condition = std::function<bool(const std::string& file)>;
+
+  /// Removes an entry like STGIndex::remove(), but only if @p is_wanted accepts its file. The index
+  /// is locked during that call and the removal of the file: no other program can give the entry
+  /// another file in between.
+  /// @return false if the entry does not exist or is not wanted.
+  /// @throws like STGIndex::remove(), and any exception of @p is_wanted.
+  static bool remove_if(const std::string& folder, const std::string& logical, long version,
+                        const Condition& is_wanted);
+
   /// Whether synchronisation is on.
   static bool adopts() { return STGIndex::synchronizes(); }
 };

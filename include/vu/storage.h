@@ -443,6 +443,9 @@ enum {
  * A stream that writes is not atomic: other programs wait for it, an interruption leaves the bytes
  * written so far, and only vu_stream_close() flushes them. Prefer vu_put().
  *
+ * A call that fails removes the version that it has created, if the file is empty and nobody locks
+ * it.
+ *
  * @param mode one of the four.
  * @param stream receives the handle; null on failure. The caller closes it with vu_stream_close().
  * @return VU_NOTHING_MATCHED: there is nothing to read. VU_ALREADY: with VU_WRITE_NEW, it exists.

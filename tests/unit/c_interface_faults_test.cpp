@@ -8,11 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/os/os.h"
-#include "tests/support/index_peer.h"
-#include "tests/support/os_faults.h"
-#include "tests/support/scratch.h"
-#include "tests/support/storage_peer.h"
+#include "tests/unit/c_interface_fixture.h"
 #include "vu/storage.h"
 #include "vu_file.h"
 
@@ -20,59 +16,7 @@
 
 namespace {
 
-namespace faults = os::faults;
-using faults::Call;
-using faults::Times;
-
-const os::Status kRefused(5, os::Failure::kOther);
-
-vu_document document(const char* name, std::int32_t area = VU_AREA_USER) {
-  vu_document result = VU_DOCUMENT_INIT;
-  result.area = area;
-  result.owner = "anna";
-  result.name = name;
-  return result;
-}
-
-vu_error last_error() {
-  vu_error error = VU_ERROR_INIT;
-  vu_last_error(&error);
-  return error;
-}
-
-class CInterfaceFaults : public testing::Test {
- protected:
-  CInterfaceFaults() : m_storage(m_scratch.path()) {
-    const vu_settings settings = VU_SETTINGS_INIT;
-    EXPECT_EQ(vu_open_store(&settings, &m_store), VU_ALREADY);
-    EXPECT_EQ(put(m_document, "old", 0), VU_DONE);
-  }
-  ~CInterfaceFaults() override { vu_close_store(m_store); }
-
-  vu_status put(const vu_document& where, const std::string& bytes, std::uint32_t flags) {
-    return vu_put(m_store, &where, bytes.data(), bytes.size(), flags, nullptr);
-  }
-  std::string content(const vu_document& of) {
-    char bytes[100];
-    std::size_t size = 0;
-    const vu_status status = vu_read(m_store, &of, bytes, sizeof bytes, &size);
-    return status == VU_DONE ? std::string(bytes, size) : vu_status_name(status);
-  }
-  /// The names in the index, including versions that are still being written.
-  std::vector<std::string> files() {
-    const std::string folder = m_scratch.path("storage\\user\\anna");
-    STGIndex::NameMap map;
-    STGIndex::plValues(folder, map);
-    std::vector<std::string> names;
-    for (const auto& [physical, logical] : map) names.push_back(logical);
-    return names;
-  }
-
-  const scratch_folder m_scratch;
-  initialised_storage m_storage;
-  vu_store* m_store = nullptr;
-  const vu_document m_document = document("a.txt");
-};
+class CInterfaceFaults : public CInterfaceTest {};
 
 std::int32_t go_on(void*, const vu_entry*) { return 0; }
 std::int32_t ask_for_what_is_refused(void* store, const vu_entry*) {

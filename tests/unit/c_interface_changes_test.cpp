@@ -1,0 +1,162 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <new>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "tests/unit/c_interface_fixture.h"
+#include "vu/storage.h"
+#include "vu_file.h"
+
+// Changes by the C interface that are disturbed half-way: by a failure, or by another program. The
+// status says whether the change is made. What another program stored stays.
+
+namespace {
+
+using Step = std::function<vu_status()>;
+
+bool is_made(vu_status status) { return status == VU_DONE || status == VU_PARTLY_DONE; }
+
+/// Runs a step as another program would: on a thread without the state of this one.
+vu_status elsewhere(const Step& step) {
+  vu_status status = VU_FAILED;
+  std::thread([&] { status = step(); }).join();
+  return status;
+}
+
+class CInterfaceChanges : public CInterfaceTest {
+ protected:
+  vu_status rename(const vu_document& from, const vu_document& to, std::uint32_t flags = 0) {
+    return vu_rename(m_store, &from, &to, flags);
+  }
+  vu_status open_new(const vu_document& what, vu_store* store = nullptr) {
+    vu_stream* stream = nullptr;
+    const vu_status status =
+        vu_open(store != nullptr ? store : m_store, &what, VU_WRITE_NEW, &stream);
+    EXPECT_EQ(stream != nullptr, status == VU_DONE);
+    if (stream != nullptr) vu_stream_close(stream);
+    return status;
+  }
+  bool is_there(const vu_document& what) { return vu_exists(m_store, &what) == VU_DONE; }
+  /// The document alone, with its old bytes.
+  void start_anew() {
+    for (const vu_document& other : {m_next, m_far}) {
+      if (is_there(other)) vu_remove(m_store, &other);
+    }
+    if (content(m_document) != "old") {
+      EXPECT_EQ(put(m_document, "old", VU_REPLACE), VU_DONE);
+    }
+  }
+  std::string index_text() const { return read_file(m_folder + "\\index.dat"); }
+  /// The line feed comes first because a temporary name may end in "c.txt".
+  bool is_next_entered() const {
+    return ("\n" + index_text()).find("\nc.txt_") != std::string::npos;
+  }
+
+  const vu_document m_next = document("c.txt");
+  const vu_document m_far = document("a.kdf", VU_AREA_DOCS);
+};
+
+}  // namespace
+
+// ---- new versions that are not opened -----------------------------------------------------------
+
+TEST_F(CInterfaceChanges, AVersionThatCannotBeOpenedIsNotThere) {
+  const std::size_t before = count_of_files();
+  const std::pair<const char*, Step> changes[] = {
+      {"open", [&] { return open_new(m_next); }},
+      {"key set", [&] { return vu_key_set(m_store, &m_next, "line", "value"); }}};
+  for (const auto& [name, change] : changes) {
+    // Without Call::close: on Windows a file that stays open cannot be removed.
+    for (const Call call : {Call::open, Call::lock, Call::unlock, Call::set_end}) {
+      for (const bool throws : {true, false}) {
+        for (std::uint64_t nth = 1;; ++nth) {
+          vu_status status = VU_FAILED;
+          {
+            const auto fault = throws ? faults::throw_from(call, std::bad_alloc(), nth)
+                                      : faults::fail(call, kRefused, nth);
+            status = change();
+            if (fault.hits() == 0) break;
+          }
+          const bool is_whole = is_there(m_next) && !content(m_next).empty();
+          EXPECT_TRUE(is_made(status) || is_whole || !is_there(m_next))
+              << name << faults::name(call) << throws << nth << vu_status_name(status);
+          vu_remove(m_store, &m_next);
+          EXPECT_EQ(count_of_files(), before) << name << faults::name(call) << throws << nth;
+          ASSERT_LT(nth, 100U);
+        }
+        vu_remove(m_store, &m_next);
+      }
+    }
+  }
+}
+
+TEST_F(CInterfaceChanges, ASavedEntryIsFoundAlthoughTheFirstCheckRaises) {
+  // An unlock fails, so the call checks whether its new entry is saved. The check gets no memory.
+  const std::size_t before = count_of_files();
+  for (std::uint64_t nth = 1;; ++nth) {
+    std::unique_ptr<faults::Fault> next_fault;
+    const auto raise_next = [&] {
+      next_fault.reset(new faults::Fault(faults::throw_from(Call::open, std::bad_alloc())));
+    };
+    const auto fault = faults::fail(Call::unlock, kRefused, nth);
+    const auto hook = faults::after(Call::unlock, raise_next, nth);
+    const vu_status status = open_new(m_next);
+    next_fault.reset();
+    if (fault.hits() == 0) break;
+    EXPECT_EQ(is_there(m_next), is_made(status)) << nth << vu_status_name(status);
+    vu_remove(m_store, &m_next);
+    EXPECT_EQ(count_of_files(), before) << nth;
+    ASSERT_LT(nth, 100U);
+  }
+}
+
+TEST_F(CInterfaceChanges, ASavedEntryKeepsItsFileIfTheSystemCannotTell) {
+  const Step changes[] = {[&] { return open_new(m_next); }, [&] { return put(m_next, "new", 0); }};
+  int times_saved = 0;
+  for (const Step& change : changes) {
+    for (std::uint64_t nth = 1;; ++nth) {
+      std::unique_ptr<faults::Fault> lasting;
+      const auto refuse_all = [&] {
+        lasting.reset(new faults::Fault(faults::fail(Call::open, kRefused, 1, Times::kLasting)));
+      };
+      const auto fault = faults::fail(Call::unlock, kRefused, nth);
+      const auto hook = faults::after(Call::unlock, refuse_all, nth);
+      change();
+      lasting.reset();
+      if (fault.hits() == 0) break;
+      const bool is_saved = is_next_entered();
+      EXPECT_TRUE(is_there(m_next) || !is_saved) << nth;
+      times_saved += is_saved ? 1 : 0;
+      vu_remove(m_store, &m_next);
+      ASSERT_LT(nth, 100U);
+    }
+    vu_remove(m_store, &m_next);
+  }
+  EXPECT_GT(times_saved, 1);
+}
+
+TEST_F(CInterfaceChanges, ANewVersionThatAnotherProgramUsesStays) {
+  // The other program opens the new version as soon as the index has it.
+  vu_store* const hurried = hurried_store(VU_NO_WAIT);
+  vu_stream* of_other = nullptr;
+  bool is_open = false;
+  const auto open_elsewhere = [&] {
+    if (is_open || !is_next_entered()) return;
+    is_open = true;
+    elsewhere([&] { return vu_open(hurried, &m_next, VU_WRITE_OVER, &of_other); });
+  };
+  {
+    const auto hook = faults::before(Call::open, open_elsewhere, 1, Times::kLasting);
+    EXPECT_EQ(open_new(m_next, hurried), VU_LOCK_TIMEOUT);
+  }
+  ASSERT_NE(of_other, nullptr);
+  EXPECT_EQ(vu_stream_write(of_other, "other", 5), VU_DONE);
+  EXPECT_EQ(vu_stream_close(of_other), VU_DONE);
+  EXPECT_EQ(content(m_next), "other");
+  EXPECT_EQ(vu_close_store(hurried), VU_DONE);
+}
