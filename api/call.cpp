@@ -138,6 +138,7 @@ Pause::~Pause() {
 vu_status Call::end(vu_status status) noexcept {
   // An operation may report the refused lock as something else.
   if (m_limit && LockLimit::passed() && !m_is_changed) status = VU_LOCK_TIMEOUT;
+  if (m_is_changed && status != VU_DONE) status = VU_PARTLY_DONE;
   if (status == VU_DONE) {
     m_state.problem.clear(m_operation);
   } else if (!m_state.problem.has_text()) {

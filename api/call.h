@@ -72,9 +72,11 @@ class Call final : public trace::Listener {
   static Call& current() noexcept;
   /// Limits how long this call waits for locks. @param wait_ms not 0; see vu_settings.
   void limit_waiting(std::int64_t wait_ms) noexcept;
-  /// Call it when the requested change is made. After it, a refused lock no longer changes the
-  /// status to VU_LOCK_TIMEOUT. The limit still applies.
+  /// Call it when the requested change is made. After it every failure is VU_PARTLY_DONE, whatever
+  /// ends the call. A refused lock no longer changes the status to VU_LOCK_TIMEOUT, but the limit
+  /// still applies.
   void note_change() noexcept { m_is_changed = true; }
+  bool is_changed() const { return m_is_changed; }
   /// Whether a failure was traced; the operation may have returned success.
   bool heard_failure() const { return m_failures != 0; }
   unsigned failures() const { return m_failures; }

@@ -1,6 +1,7 @@
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
+#include <exception>
 #include <optional>
 #include <random>
 #include <string>
@@ -11,6 +12,7 @@
 #include "file/handle_core.h"
 #include "file/lock_limit.h"
 #include "index/index_format.h"
+#include "index/index_gate.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
 #include "storage/layout.h"
@@ -91,15 +93,7 @@ void drop_derived(const Address& address, const Place& old) {
 
 /// The status of a stored version, after the removal of what was derived from the old one.
 vu_status without_derived(const Address& address, const Place& old) {
-  Call::current().note_change();
-  try {
-    drop_derived(address, old);
-  } catch (const Refusal& refusal) {
-    throw Refusal{VU_PARTLY_DONE, refusal.text, refusal.path, refusal.code};
-  } catch (...) {
-    // The reason was traced, unless there was no memory for it.
-    throw Refusal{VU_PARTLY_DONE, {}, told_path(old.path())};
-  }
+  drop_derived(address, old);
   if (LockLimit::passed())
     throw Refusal{VU_PARTLY_DONE,
                   "the version is stored, but a locked category file keeps its line",
@@ -107,14 +101,42 @@ vu_status without_derived(const Address& address, const Place& old) {
   return done_unless_told();
 }
 
-/// Throws unless the version has a file other than @p before: a failed save is only traced.
-void check_stored(const Address& address, const std::string& before) {
-  Place now;
-  if (!find(address, now) || now.file == before)
-    throw Refusal{VU_FAILED, "the index was not saved", told_path(now.path())};
+/// Gives a version the name of an address, with one save of the index. When it returns, the change
+/// is made and noted.
+/// @return whether nothing failed after the save.
+/// @throws Refusal, and what STGIndex::rename() throws; then the change is not made, unless the
+/// system cannot tell
+bool rename_entry(const std::string& folder, const std::string& name, long version,
+                  const Address& address) {
+  NewFile made(folder, address.name, address.version);
+  const unsigned failures_before = Call::current().failures();
+  std::exception_ptr raised;
+  try {
+    STGIndex::rename(folder, name, version, address.name, address.version);
+  } catch (...) {
+    raised = std::current_exception();
+  }
+  // A save that failed is only traced. After a save another step may have failed.
+  const bool is_whole = !raised && Call::current().failures() == failures_before;
+  // Required: without a failure the save is not checked. Another program may have replaced the
+  // version since.
+  if (!made.is_made() || (!is_whole && made.is_entered() != Answer::kYes)) {
+    if (raised) std::rethrow_exception(raised);
+    throw Refusal{VU_FAILED, is_whole ? "the version cannot be renamed" : "", told_path(folder)};
+  }
+  made.keep();
+  Call::current().note_change();
+  return is_whole;
 }
 
-/// A version under a temporary name. The destructor removes it unless rename_to() succeeded.
+/// VU_PARTLY_DONE, with the first failure as its reason. @throws Refusal with @p text if none was
+/// traced, for example because there was no memory.
+vu_status partly_done(const char* text, const std::string& path) {
+  if (last_problem().has_text()) return VU_PARTLY_DONE;
+  throw Refusal{VU_PARTLY_DONE, text, told_path(path)};
+}
+
+/// A version under a temporary name. The destructor removes it unless rename_to() did.
 class Staged {
  public:
   Staged(const std::string& folder, const Address& address)
@@ -136,19 +158,13 @@ class Staged {
   Staged& operator=(const Staged&) = delete;
 
   const Place& place() const { return m_place; }
-  /// @param before the file of the version that is replaced; empty when there is none.
-  void rename_to(const Address& address, const std::string& before) {
+  /// When it returns, the change is made. @return whether nothing failed after the save.
+  bool rename_to(const Address& address) {
     wait_for_index(m_folder);
-    NewFile made(m_folder, address.name, address.version);
-    STGIndex::rename(m_folder, m_name, m_version, address.name, address.version);
-    // Required: without a limit. After the save, the status must say what happened.
-    const LockLimit none(std::nullopt);
-    std::string left;
-    if (STGIndex::exists(m_folder, m_name, m_version, left)) throw Refusal{VU_FAILED, {}, {}};
-    check_stored(address, before);
-    made.keep();
-    m_is_there = false;
-    Call::current().note_change();
+    const std::string path = m_place.path();
+    const bool is_whole = rename_entry(m_folder, m_name, m_version, address);
+    m_is_there = is_entered(m_folder, m_name, m_version, path) != Answer::kNo;
+    return is_whole && !m_is_there;
   }
 
  private:
@@ -194,15 +210,37 @@ vu_status store(const Address& address, const Source& source, std::uint32_t flag
     // Reads of this name return a file with exactly this name, whatever the index contains.
     in_place = is_there(folder + "\\" + address.name);
   }
+  bool is_whole = true;
   if (in_place) {
     store_in_place(address, source);
   } else {
     Staged staged(folder, address);
     fill(source, staged.place());
-    staged.rename_to(address, existed ? place.file : std::string());
+    is_whole = staged.rename_to(address);
   }
   if (how != nullptr) *how = in_place ? VU_STORED_IN_PLACE : VU_STORED_AT_ONCE;
-  return existed && !in_place ? without_derived(address, place) : done_unless_told();
+  const vu_status status =
+      existed && !in_place ? without_derived(address, place) : done_unless_told();
+  return is_whole ? status : partly_done("the version is stored, but an old file may stay", folder);
+}
+
+/// Whether a version still has a file. After the deadline the index may be locked.
+bool stays(const Address& address, const Place& old) {
+  if (LockLimit::passed()) return vu_file::exists(old.path());
+  return is_entered(old.folder, address.name, address.version, old.path()) != Answer::kNo;
+}
+
+constexpr const char* kOldOneStays =
+    "the version has its new name, but the old one cannot be removed";
+
+/// Removes a version that was copied to another folder. Required: only the file that was copied.
+/// Another program may have stored other bytes under the name since.
+vu_status remove_copied(const Address& address, const Place& copied) {
+  const auto is_it = [&](const std::string& file) { return file == copied.file; };
+  if (IndexGate::remove_if(copied.folder, address.name, address.version, is_it))
+    StorageGate::remove_lines(copied.folder, address.name, address.type);
+  if (stays(address, copied)) throw Refusal{VU_PARTLY_DONE, kOldOneStays, told_path(copied.path())};
+  return status_of_removal();
 }
 
 vu_status rename(const Store& settings, const vu_document* from, const vu_document* to,
@@ -222,36 +260,25 @@ vu_status rename(const Store& settings, const vu_document* from, const vu_docume
   if (!find_folder(address, true, folder)) throw Refusal{VU_FAILED, {}, {}};
   if (folder != old.folder) {
     wait_for_index(old.folder);
-    vu_status stored = VU_DONE;
-    std::optional<Refusal> left;
+    std::exception_ptr left;
     try {
-      stored = store(address, {nullptr, 0, old.path()}, flags, nullptr);
-    } catch (const Refusal& refusal) {
-      if (refusal.status != VU_PARTLY_DONE) throw;
-      left = refusal;
+      store(address, {nullptr, 0, old.path()}, flags, nullptr);
+    } catch (...) {
+      if (!Call::current().is_changed()) throw;
+      left = std::current_exception();
     }
-    Call::current().note_change();
-    vu_storage::RemoveFile(old_address.owner, old_address.name, old_address.type,
-                           old_address.version);
-    if (!is_removed(old_address, old))
-      throw Refusal{
-          VU_PARTLY_DONE, "the version has its new name, but the old one cannot be removed", {}};
-    if (left) throw *left;
-    return LockLimit::passed() ? status_of_removal() : stored;
+    const vu_status status = remove_copied(old_address, old);
+    if (left) std::rethrow_exception(left);
+    return status;
   }
   wait_for_index(folder);
-  {
-    NewFile made(folder, address.name, address.version);
-    STGIndex::rename(folder, old_address.name, old_address.version, address.name, address.version);
-    // Required: without a limit. After the save, the status must say what happened.
-    const LockLimit none(std::nullopt);
-    Place now;
-    if (!find(address, now) || find(old_address, now))
-      return failed_or(VU_FAILED, "the version cannot be renamed", told_path(old.path()));
-    made.keep();
-  }
-  Call::current().note_change();
-  return existed ? without_derived(address, place) : done_unless_told();
+  const bool is_whole = rename_entry(folder, old_address.name, old_address.version, address);
+  const vu_status status = existed ? without_derived(address, place) : done_unless_told();
+  // Required: without a limit. After the save, the status must say what happened.
+  const LockLimit none(std::nullopt);
+  if (stays(old_address, old)) throw Refusal{VU_PARTLY_DONE, kOldOneStays, told_path(old.path())};
+  return is_whole ? status
+                  : partly_done("the version has its new name, but an old file may stay", folder);
 }
 
 constexpr std::uint32_t kStoreFlags = VU_REPLACE | VU_IN_PLACE;

@@ -50,6 +50,14 @@ struct StorageGate {
   static void remove_from_categories(const std::string& folder, const std::string& entry) {
     vu_storage::RemoveFromCategFiles(folder, entry);
   }
+  /// Removes the lines of an entry that vu_storage::RemoveFile() removes.
+  static void remove_lines(const std::string& folder, const std::string& entry,
+                           STG::RepositoryType type) {
+    if (type == STG::UserFilesRepository)
+      vu_storage::DeleteKeyLineFromFile(folder, "attribut.txt", entry);  // sic
+    // Required: an empty entry removes the first line of each file.
+    vu_storage::RemoveFromCategFiles(folder, entry);
+  }
 
   /// Roots, and the roots that were current before.
   struct Published {

@@ -86,10 +86,7 @@ bool vu_storage::RemoveFile(const std::string& userOrDomain, const std::string& 
         std::string dir;
         if (!createUserOrDomainNameDirectory(userOrDomain, entry, type, dir, false)) return true;
         STGIndex::remove(dir, entry, timestamp);
-        if (type == STG::UserFilesRepository)
-          DeleteKeyLineFromFile(dir, "attribut.txt", entry);  // sic
-        // Required: an empty entry removes the first line of each file.
-        RemoveFromCategFiles(dir, entry);
+        StorageGate::remove_lines(dir, entry, type);
         return true;
       },
       [&](const std::string& text) { VU_ERROR("Error : vu_storage::RemoveFile : ", text); },

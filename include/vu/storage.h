@@ -351,9 +351,9 @@ enum {
  * @param how may be null; receives VU_STORED_AT_ONCE or VU_STORED_IN_PLACE.
  * @return VU_ALREADY: the version existed when the call began, and VU_REPLACE is not set.
  *   VU_PARTLY_DONE: the version is stored, but something beside it failed, for example removing old
- *   parts. VU_FAILED: the old version is unchanged. Exception: after an I/O error, and on Windows
- *   while another handle has the old file open, the new version can have replaced it. In both
- *   cases the version is complete, unless it was written in place.
+ *   parts or, on Windows, an old file that is open. VU_FAILED: the old version is unchanged.
+ *   Exception: if the system does not tell whether the index was saved, the new version can have
+ *   replaced it. In both cases the version is complete, unless it was written in place.
  *
  * Waits for readers and writers of the index; in place also for those of the document. Replacing a
  * version of VU_AREA_USER also waits for those of the category files in its folder.
@@ -402,6 +402,10 @@ VU_C_API vu_status vu_remove(vu_store* store, const vu_document* document);
  * old name. Otherwise the version is copied as by vu_copy_in(), and then the old one is removed as
  * by vu_remove(). Documents of VU_AREA_DOCS are spread over folders by name: a new name nearly
  * always means another folder.
+ *
+ * Another program may store the version `from` during the call. If that version has another file
+ * than the copied one, it stays, and the call returns VU_DONE: the new version came after the
+ * rename. Bytes that another program writes in place into the copied file are lost.
  *
  * @param flags VU_REPLACE; without it VU_ALREADY if a version `to` exists.
  * @return VU_NOTHING_MATCHED: there is no version `from`. VU_PARTLY_DONE: the version has its new

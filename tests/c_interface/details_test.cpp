@@ -292,7 +292,8 @@ TEST(CProcesses, ADocumentThatAnotherProcessWritesIsWaitedForInTime) {
   EXPECT_EQ(name_of(vu_read(hurried, &where, bytes, sizeof bytes, &size)), "VU_LOCK_TIMEOUT");
   // A store replaces the name at once and does not wait for readers of the old file.
   const vu_status stored = vu_put(hurried, &where, "new", 3, VU_REPLACE, nullptr);
-  EXPECT_TRUE(stored == VU_DONE || stored == VU_FAILED) << name_of(stored);
+  EXPECT_TRUE(stored == VU_DONE || stored == VU_PARTLY_DONE || stored == VU_FAILED)
+      << name_of(stored);
   other.tell("end");
   EXPECT_EQ(other.wait(), 0);
   EXPECT_EQ(put(where, "last", VU_REPLACE), VU_DONE);

@@ -20,10 +20,10 @@ vu_stream* opened(const vu_document& what, std::int32_t mode) {
   return stream;
 }
 
-/// Windows may keep the name of a file while a reader has it open. The old version is then kept
+/// Windows may keep the name of a file while a reader has it open. The old version can then be kept
 /// too.
 bool is_replaced_or_kept(vu_status status) {
-  return status == VU_DONE || (kOnWindows && status == VU_FAILED);
+  return status == VU_DONE || (kOnWindows && (status == VU_PARTLY_DONE || status == VU_FAILED));
 }
 
 std::string rest_of(vu_stream* stream, std::size_t room = 100) {

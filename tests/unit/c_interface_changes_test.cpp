@@ -63,6 +63,125 @@ class CInterfaceChanges : public CInterfaceTest {
 
 }  // namespace
 
+// ---- what another program does during a call ----------------------------------------------------
+
+TEST_F(CInterfaceChanges, ARenameToAnotherFolderRemovesOnlyWhatItCopied) {
+  // The other program stores after the bytes were copied, and before the old version is removed.
+  vu_status stored = VU_FAILED;
+  {
+    const auto hook = faults::after(Call::copy, [&] {
+      stored = elsewhere([&] { return put(m_document, "other", VU_REPLACE); });
+    });
+    EXPECT_EQ(rename(m_document, m_far), VU_DONE) << last_error().text;
+  }
+  EXPECT_EQ(stored, VU_DONE);
+  EXPECT_EQ(content(m_far), "old");
+  EXPECT_EQ(content(m_document), "other");
+}
+
+TEST_F(CInterfaceChanges, WhatAnotherProgramStoresDuringARenameIsNotLost) {
+  vu_store* const hurried = hurried_store(VU_NO_WAIT);
+  for (const vu_document& to : {m_far, m_next}) {
+    int times_stored = 0;
+    for (std::uint64_t nth = 1;; ++nth) {
+      vu_status stored = VU_FAILED;
+      const auto store = [&] {
+        stored = elsewhere(
+            [&] { return vu_put(hurried, &m_document, "other", 5, VU_REPLACE, nullptr); });
+      };
+      {
+        const auto hook = faults::before(Call::open, store, nth);
+        rename(m_document, to);
+        if (hook.hits() == 0) break;
+      }
+      const bool is_kept = content(m_document) == "other" || content(to) == "other";
+      EXPECT_TRUE(is_kept || !is_made(stored)) << to.name << nth;
+      times_stored += is_made(stored) ? 1 : 0;
+      start_anew();
+      ASSERT_LT(nth, 1000U);
+    }
+    EXPECT_GT(times_stored, 3) << to.name;
+    start_anew();
+  }
+  EXPECT_EQ(vu_close_store(hurried), VU_DONE);
+}
+
+TEST_F(CInterfaceChanges, AFailedCheckDoesNotMeanThatTheVersionIsStored) {
+  vu_store* const hurried = hurried_store(VU_NO_WAIT);
+  int times_stored = 0;
+  for (std::uint64_t nth = 1;; ++nth) {
+    // An open fails, for example that of the save. Another program creates the version. Then the
+    // open of the check fails.
+    std::unique_ptr<faults::Fault> next_fault;
+    const auto store_and_fail = [&] {
+      const vu_status stored =
+          elsewhere([&] { return vu_put(hurried, &m_next, "other", 5, 0, nullptr); });
+      times_stored += is_made(stored) ? 1 : 0;
+      next_fault.reset(new faults::Fault(faults::fail(Call::open, kRefused)));
+    };
+    {
+      const auto fault = faults::fail(Call::open, kRefused, nth);
+      const auto hook = faults::after(Call::open, store_and_fail, nth);
+      const vu_status status = put(m_next, "new", 0);
+      next_fault.reset();
+      if (hook.hits() == 0) break;
+      if (is_made(status)) {
+        EXPECT_EQ(content(m_next), "new") << nth;
+      }
+    }
+    vu_remove(m_store, &m_next);
+    ASSERT_LT(nth, 100U);
+  }
+  EXPECT_GT(times_stored, 3);
+  EXPECT_EQ(vu_close_store(hurried), VU_DONE);
+}
+
+// ---- what fails after the change ----------------------------------------------------------------
+
+TEST_F(CInterfaceChanges, TheStatusSaysWhetherTheChangeIsMade) {
+  struct Change {
+    const char* name;
+    Step make;
+    const vu_document& target;
+    const char* bytes;  ///< of the target, if the change is made
+  };
+  const Change changes[] = {
+      {"put", [&] { return put(m_next, "new", 0); }, m_next, "new"},
+      {"put, replacing", [&] { return put(m_document, "new", VU_REPLACE); }, m_document, "new"},
+      {"rename", [&] { return rename(m_document, m_next); }, m_next, "old"},
+      {"rename to another folder", [&] { return rename(m_document, m_far); }, m_far, "old"}};
+  for (const Change& change : changes) {
+    for (const Call call : {Call::probe_search, Call::stat}) {
+      for (std::uint64_t nth = 1;; ++nth) {
+        {
+          const auto fault = faults::throw_from(call, std::bad_alloc(), nth);
+          const vu_status status = change.make();
+          if (fault.hits() == 0) break;
+          EXPECT_EQ(content(change.target) == change.bytes, is_made(status))
+              << change.name << faults::name(call) << nth << vu_status_name(status);
+        }
+        for (const std::string& name : files()) EXPECT_FALSE(name.starts_with(".vu-")) << nth;
+        start_anew();
+        ASSERT_LT(nth, 1000U);
+      }
+      start_anew();
+    }
+  }
+}
+
+TEST_F(CInterfaceChanges, ARenameWhoseOldVersionStaysIsPartlyDone) {
+  const auto fault = faults::fail(Call::remove_file, kRefused, 1, Times::kLasting);
+  EXPECT_EQ(rename(m_document, m_next), VU_PARTLY_DONE);
+  EXPECT_EQ(content(m_next), "old");
+  EXPECT_EQ(content(m_document), "old");
+}
+
+TEST_F(CInterfaceChanges, AVersionWhoseOldFileStaysIsStored) {
+  const auto fault = faults::fail(Call::remove_file, kRefused, 1, Times::kLasting);
+  EXPECT_EQ(put(m_document, "new", VU_REPLACE), VU_PARTLY_DONE);
+  EXPECT_EQ(content(m_document), "new");
+}
+
 // ---- new versions that are not opened -----------------------------------------------------------
 
 TEST_F(CInterfaceChanges, AVersionThatCannotBeOpenedIsNotThere) {
