@@ -34,6 +34,7 @@ KeyFile profile_of(const Store& store, const char* owner, const char* file) {
   const std::string name =
       file_name_of(store, "the profile", file != nullptr ? file : "profile.txt");
   if (owner != nullptr) {
+    require_one_line(name);
     const Address address = {STG::UserFilesRepository, owner_of(store, owner), name, 0};
     refuse_anothers_file(store, address);
     return {address, {}, {}};

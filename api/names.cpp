@@ -153,15 +153,22 @@ std::string owner_of(const Store& store, const char* owner) {
 std::string entry_of(const Store& store, const char* text) {
   require(text, "the name");
   const std::string_view name = text;
-  const bool is_foreign = (checked_characters(store, "the name", name) & kForeign) != 0;
+  const std::uint8_t characters = checked_characters(store, "the name", name);
   require(!name.empty(), "the name is empty");
-  if (!is_foreign) return std::string(name);
+  if ((characters & kLineEnd) != 0) require_one_line(name);
+  if ((characters & kForeign) == 0) return std::string(name);
   // The index stores the name unchanged. Only its extension becomes part of a file name.
   const std::string_view extension = index_format::extension_of(name);
   if (narrow("the extension", extension, characters_of(extension)) != extension)
     throw Refusal{VU_NO_NAME, "the extension is different in the code page of the process",
                   std::string(name)};
   return std::string(name);
+}
+
+void require_one_line(std::string_view name) {
+  // Also without the guard: an entry is one line of the index. The rest after the line feed would
+  // be the entry of another document.
+  require(name.find('\n') == std::string_view::npos, "the name contains a line feed");
 }
 
 std::string file_name_of(const Store& store, const char* what, const char* name) {

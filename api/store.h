@@ -74,6 +74,8 @@ STG::RepositoryType type_of(std::int32_t area);
 /// for one that the narrow encoding cannot represent.
 std::string owner_of(const Store& store, const char* owner);
 std::string entry_of(const Store& store, const char* text);
+/// @throws Refusal VU_USAGE if the name of an entry contains a line feed
+void require_one_line(std::string_view name);
 /// A name that becomes the name of a file, unchanged.
 std::string file_name_of(const Store& store, const char* what, const char* name);
 /// A path; not guarded.
@@ -154,9 +156,6 @@ bool create_entry(const std::string& name, Place& place);
 ///
 /// Order of calls: construct it, then run the operation; then keep(), if it reported no failure.
 /// Errors: none; what the destructor cannot remove stays, as after an interruption. Threads: one.
-///
-/// Required: it waits for the index without a limit. Another program can find a saved entry and use
-/// it at once, so only the index can say whether there is something to remove.
 class NewFile {
  public:
   NewFile(std::string folder, std::string name, long version)

@@ -215,7 +215,7 @@ typedef struct vu_settings {
  *   "NUL". There the guard compares names without regard to letter case.
  *
  * Where owners share folders the owner may be null. Without the guard an empty owner (where owners
- * have folders) or an empty document name yields VU_USAGE.
+ * have folders), an empty document name or one with a line feed yields VU_USAGE.
  *
  * @param settings null yields VU_USAGE.
  * @param store receives the handle with VU_DONE and VU_ALREADY, otherwise null. The caller closes
@@ -410,7 +410,8 @@ VU_C_API vu_status vu_remove(vu_store* store, const vu_document* document);
  * @param flags VU_REPLACE; without it VU_ALREADY if a version `to` exists.
  * @return VU_NOTHING_MATCHED: there is no version `from`. VU_PARTLY_DONE: the version has its new
  *   name, but the old version or something derived from the replaced one stays. VU_ALREADY: both
- *   versions are unchanged. VU_FAILED: the version is complete under one of the two names, or both.
+ *   versions are unchanged. VU_FAILED: the version has its old name. Exception: if the system does
+ *   not tell whether the index was saved, it is complete under one of the two names, or both.
  *   Waits as vu_put() and vu_remove().
  */
 VU_C_API vu_status vu_rename(vu_store* store, const vu_document* from, const vu_document* to,

@@ -279,3 +279,33 @@ TEST_F(CInterfaceChanges, ANewVersionThatAnotherProgramUsesStays) {
   EXPECT_EQ(content(m_next), "other");
   EXPECT_EQ(vu_close_store(hurried), VU_DONE);
 }
+
+// ---- names with a line feed ---------------------------------------------------------------------
+
+TEST_F(CInterfaceChanges, ANameWithALineFeedIsNotTwoEntries) {
+  vu_settings settings = VU_SETTINGS_INIT;
+  settings.flags = VU_NO_GUARD;
+  vu_store* bare = nullptr;
+  ASSERT_EQ(vu_open_store(&settings, &bare), VU_ALREADY);
+  ASSERT_EQ(put(m_next, "of another", 0), VU_DONE);
+  const std::string text = index_text();
+  const vu_document two_lines = document("a\nc.txt");
+  vu_stream* stream = nullptr;
+  EXPECT_EQ(vu_open(bare, &two_lines, VU_WRITE_NEW, &stream), VU_USAGE);
+  EXPECT_EQ(stream, nullptr);
+  EXPECT_EQ(vu_put(bare, &two_lines, "new", 3, VU_REPLACE, nullptr), VU_USAGE);
+  EXPECT_EQ(vu_key_set(bare, &two_lines, "line", "value"), VU_USAGE);
+  EXPECT_EQ(vu_profile_set(bare, "anna", "a\nc.txt", "line", "value"), VU_USAGE);
+  EXPECT_EQ(vu_rename(bare, &m_document, &two_lines, 0), VU_USAGE);
+  EXPECT_EQ(index_text(), text);
+  EXPECT_EQ(content(m_next), "of another");
+  // A text in which the key would be found across two lines.
+  write_file(m_folder + "\\00000099.txt", "of another");
+  write_file(m_folder + "\\index.dat", "a\nc.txt_0000000000/00000099");
+  EXPECT_EQ(content(m_next), "of another");
+  EXPECT_EQ(vu_exists(bare, &two_lines), VU_USAGE);
+  EXPECT_EQ(vu_remove(bare, &two_lines), VU_USAGE);
+  EXPECT_EQ(vu_exists(m_store, &two_lines), VU_REFUSED);
+  EXPECT_EQ(content(m_next), "of another");
+  EXPECT_EQ(vu_close_store(bare), VU_DONE);
+}
