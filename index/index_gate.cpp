@@ -1,5 +1,7 @@
 #include "index/index_gate.h"
 
+#include <span>
+
 #include "index/index_format.h"
 #include "index/index_state.h"
 #include "index/name_list.h"
@@ -8,10 +10,18 @@ bool IndexGate::visit(const std::string& folder, const Visit& visit) {
   STGIndex index(folder);
   index.close();
   bool goes_on = true;
-  index.m_state->visit([&](std::string_view key, std::string_view stored) {
+  const auto visit_entry = [&](std::string_view key, std::string_view stored) {
     goes_on = goes_on && visit(index_format::logical_of(key), index_format::timestamp_of(key),
                                index_format::file_name_of(key, stored));
-  });
+    return goes_on;
+  };
+  index.m_state->walk(
+      [&](std::span<const IndexLine> lines) {
+        for (const IndexLine& line : lines) {
+          if (!visit_entry(line.key, line.stored)) return;
+        }
+      },
+      visit_entry);
   return goes_on;
 }
 
