@@ -280,6 +280,42 @@ TEST_F(CInterfaceChanges, ANewVersionThatAnotherProgramUsesStays) {
   EXPECT_EQ(vu_close_store(hurried), VU_DONE);
 }
 
+// ---- the last numbers of the counter ------------------------------------------------------------
+
+TEST_F(CInterfaceChanges, AfterTheLastNumberNoFileOfAnotherIsWritten) {
+  const auto change = [&](const vu_document& what, int way) {
+    if (way == 0) return put(what, "new", 0);
+    if (way == 1) return put(what, "new", VU_IN_PLACE);
+    if (way == 2) return open_new(what);
+    return vu_key_set(m_store, &what, "line", "value");
+  };
+  for (const char* const counter : {"2147483645", "2147483646", "2147483647", "2147483648", "-5"}) {
+    for (int way = 0; way < 4; ++way) {
+      SCOPED_TRACE(counter + std::string(", ") + std::to_string(way));
+      const std::string names[] = {"2147483646", "2147483647", "00000000", "00000001", "00000002"};
+      std::string lines;
+      for (const std::string& name : names) {
+        write_file(m_folder + "\\" + name + ".txt", "of another");
+        lines.append("z").append(name).append(".txt_0000000000/").append(name).append("\n");
+      }
+      // This one is in no line: it was copied into the folder.
+      write_file(m_folder + "\\00000003.txt", "copied");
+      write_file(m_folder + "\\index.dat", lines);
+      write_file(m_folder + "\\index", counter);
+      for (const char* const name : {"b.txt", "c.txt"}) {
+        const vu_document what = document(name);
+        EXPECT_EQ(change(what, way), VU_DONE) << name << last_error().text;
+        EXPECT_EQ(content(what), way < 2 ? "new" : way == 2 ? "" : "line=value\n") << name;
+      }
+      for (const std::string& name : names)
+        EXPECT_EQ(read_file(m_folder + "\\" + name + ".txt"), "of another") << name;
+      EXPECT_EQ(read_file(m_folder + "\\00000003.txt"), "copied");
+      for (const std::string& name : vu_file::filenames(m_folder))
+        vu_file::remove(m_folder + "\\" + name);
+    }
+  }
+}
+
 // ---- names with a line feed ---------------------------------------------------------------------
 
 TEST_F(CInterfaceChanges, ANameWithALineFeedIsNotTwoEntries) {
