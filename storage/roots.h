@@ -9,6 +9,18 @@
 /// @file
 /// The results of an initialisation, and how other threads see them.
 
+/// Locks the storage mutex during a block.
+///
+/// The mutex is recursive. It serialises the one initialisation and the listing of a user's
+/// documents. No thread waits for a file lock while it has this mutex.
+class StorageLock {
+ public:
+  StorageLock();
+  ~StorageLock();
+  StorageLock(const StorageLock&) = delete;
+  StorageLock& operator=(const StorageLock&) = delete;
+};
+
 /// The folders of the storage. A published object never changes: an operation may still use the
 /// roots of a failed initialisation while the next attempt publishes others.
 struct vu_storage::Roots {

@@ -1,4 +1,4 @@
-#include "storage/storage_mutex.h"
+#include "storage/roots.h"
 
 #include <Poco/Mutex.h>
 

@@ -14,7 +14,6 @@
 #include "storage/guard.h"
 #include "storage/layout.h"
 #include "storage/roots.h"
-#include "storage/storage_mutex.h"
 #include "vu_storage.h"
 
 using storage::guarded;

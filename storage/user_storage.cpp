@@ -7,7 +7,6 @@
 #include "stg_index.h"
 #include "storage/guard.h"
 #include "storage/roots.h"
-#include "storage/storage_mutex.h"
 #include "vu_storage.h"
 
 using storage::guarded;

@@ -170,7 +170,7 @@ set(guarded
   "^cli/         = client/stgctl/command_line.cpp"
   "^fmt/         = client/admin/formatted.cpp"
   "^nlohmann/    = client/stgctl/json.cpp client/stgctl/manifest.cpp client/stgctl/repair.h client/stgctl/repair_plan.cpp client/stgctl/quarantine.cpp client/tests/stgctl/json_value.cpp client/tests/stgctl/repair_test.cpp lab/bench lab/kit"
-  "^poco/        = storage/storage_mutex.cpp storage/storage_mutex.h examples")
+  "^poco/        = storage/storage_mutex.cpp examples")
 
 # Third-party headers that may also be included in quotation marks.
 set(third_party "^(Poco|gtest|benchmark|CLI|fmt|nlohmann)/|^xxhash\\.h$|^utf8\\.h$")

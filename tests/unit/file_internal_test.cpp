@@ -14,7 +14,7 @@
 #include "tests/support/file_spellings.h"
 #include "tests/support/recording_sink.h"
 #include "tests/support/scratch.h"
-#include "tests/unit/os_test_kit.h"
+#include "tests/unit/test_kit.h"
 #include "vu_fileutf8.h"
 
 namespace {

@@ -16,7 +16,7 @@
 #include "platform/os/os.h"
 #include "tests/support/process.h"
 #include "tests/support/scratch.h"
-#include "tests/unit/os_test_kit.h"
+#include "tests/unit/test_kit.h"
 
 namespace {
 

@@ -26,7 +26,7 @@
 #include "tests/support/recording_sink.h"
 #include "tests/support/scratch.h"
 #include "tests/unit/os_linux_kit.h"
-#include "tests/unit/os_test_kit.h"
+#include "tests/unit/test_kit.h"
 #include "vu_file.h"
 #include "vu_fileutf8.h"
 

@@ -19,7 +19,7 @@
 #include "platform/os/os.h"
 #include "tests/support/scratch.h"
 #include "tests/unit/os_linux_kit.h"
-#include "tests/unit/os_test_kit.h"
+#include "tests/unit/test_kit.h"
 
 // What the seam adds on Linux because only Windows does it by itself: names, links, renaming, the
 // folders of the process.

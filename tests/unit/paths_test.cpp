@@ -10,7 +10,7 @@
 
 #include "platform/os/path_root.h"
 #include "platform/os/posix_path.h"
-#include "tests/unit/os_test_kit.h"
+#include "tests/unit/test_kit.h"
 
 namespace {
 

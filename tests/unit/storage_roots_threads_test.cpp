@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/os/os.h"
-#include "storage/storage_mutex.h"
+#include "storage/roots.h"
 #include "tests/support/recording_sink.h"
 #include "tests/support/scratch.h"
 #include "tests/support/storage_peer.h"

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "storage/storage_mutex.h"
+#include "storage/roots.h"
 #include "tests/support/host_services.h"
 #include "tests/unit/storage_fixture.h"
 
