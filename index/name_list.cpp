@@ -41,11 +41,13 @@ class NameList {
   template <class Visit>
   void visit(Visit visit) {
     m_order.sort([this](std::size_t position) { return m_names[position].file; });
-    const Name* last = nullptr;
+    const NameOrder<1>::Element* last = nullptr;
     for (const NameOrder<1>::Element& element : m_order.sorted()) {
       const Name& name = m_names[element.position];
-      if (last == nullptr || name.file != last->file) visit(name.file, name.logical);
-      last = &name;
+      const bool is_again = last != nullptr && last->head == element.head &&
+                            m_names[last->position].file == name.file;
+      if (!is_again) visit(name.file, name.logical);
+      last = &element;
     }
   }
 
