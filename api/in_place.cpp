@@ -6,7 +6,6 @@
 
 #include "file/handle_core.h"
 #include "file/lock_limit.h"
-#include "index/index_gate.h"
 #include "stg_index.h"
 #include "storage/key_text.h"
 #include "storage/layout.h"
@@ -92,46 +91,16 @@ void open_over(vu_file& file, const Address& address, const Place& place) {
   file.open(place.folder, place.file, vu_file_base::o_truncate);
 }
 
-/// Whether nobody has written to a file or locks it.
-bool is_unused(const std::string& folder, const std::string& name) {
-  vu_file file(folder, name);
-  bool lock_failed = true;
-  // Required: without waiting, because the index is locked.
-  return file.try_open(vu_file_base::o_append, lock_failed, true) && !lock_failed &&
-         size_of(file) == 0;
-}
-
 }  // namespace
 
-NewVersion::~NewVersion() {
-  if (m_file.empty()) return;
-  try {
-    // Required: without a limit, because the version must be removed.
-    const LockLimit none(std::nullopt);
-    IndexGate::remove_if(m_folder, m_address.name, m_address.version, [&](const std::string& file) {
-      return file == m_file && is_unused(m_folder, file);
-    });
-  } catch (...) {
-    // It stays, as after an interruption.
-  }
-}
-
-bool NewVersion::find_or_create(Place& place) {
-  m_folder = place.folder;
-  if (!api::find_or_create(m_address, place)) return false;
-  m_file = place.file;
-  return true;
-}
-
-void open_to_write(vu_file& file, NewVersion& version, bool replaces) {
-  const Address& address = version.address();
+void open_to_write(vu_file& file, const Address& address, bool replaces) {
   Place place;
   place.version = address.version;
   if (!find_folder(address, true, place.folder)) throw Refusal{VU_FAILED, {}, {}};
   bool existed = STGIndex::exists(place.folder, address.name, place.version, place.file);
   if (LockLimit::passed()) throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
   // An index that cannot be opened looks empty; find() throws then.
-  if (!existed) existed = !version.find_or_create(place);
+  if (!existed) existed = !find_or_create(address, place);
   if (!existed) file.open(place.folder, place.file, vu_file_base::o_truncate);
   if (existed && replaces) open_over(file, address, place);
 }

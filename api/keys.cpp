@@ -129,12 +129,11 @@ std::optional<STG::NameValueSeq> changed(const STG::NameValueSeq& lines, const s
 vu_status change(const KeyFile& of, const std::string& name,
                  const std::optional<std::string>& value) {
   Place place = {of.folder, of.name, 0};
-  NewVersion version(of.address);
   if (!value) {
     place = place_of(of);
   } else if (!of.is_plain()) {
     if (!find_folder(of.address, true, place.folder)) throw Refusal{VU_FAILED, {}, {}};
-    version.find_or_create(place);
+    find_or_create(of.address, place);
   }
   vu_file file;
   file.open(place.folder, place.file, vu_file_base::o_append);
@@ -156,7 +155,6 @@ vu_status change(const KeyFile& of, const std::string& name,
     return failed_or(VU_FAILED,
                      "not all lines were written, and the file is cut short; write it again",
                      told_path(place.path()));
-  version.keep();
   Call::current().note_change();
   return done_unless_told();
 }

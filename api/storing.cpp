@@ -176,9 +176,8 @@ class Staged {
 };
 
 void store_in_place(const Address& address, const Source& source) {
-  NewVersion version(address);
   vu_file file;
-  open_to_write(file, version, true);
+  open_to_write(file, address, true);
   if (!file.is_open()) throw Refusal{VU_FAILED, {}, {}};
   const std::string path = file.getFilePath();
   const bool is_locked = file.is_locked();
@@ -190,7 +189,6 @@ void store_in_place(const Address& address, const Source& source) {
   if (!is_whole || Call::current().failures() != failures_before)
     throw Refusal{VU_FAILED, {}, told_path(path)};
   if (!source.path.empty()) copy_over(source.path, path, os::IfExists::kReplace);
-  version.keep();
   Call::current().note_change();
 }
 

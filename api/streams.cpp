@@ -79,18 +79,12 @@ void open_served(Stream& stream, const Address& address) {
   throw Refusal{VU_FAILED, "other programs replace the version again and again; call again", {}};
 }
 
-vu_status open_for_writing(const Address& address, bool replaces, vu_stream** stream) {
-  NewVersion version(address);
-  auto opened = std::make_unique<Stream>();
-  opened->direction = Direction::kWrites;
-  open_to_write(opened->file, version, replaces);
-  if (!opened->file.is_open() || !is_opened_anew(address, opened->file)) {
-    if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
-    throw Refusal{VU_ALREADY, "the version exists; open it with VU_WRITE_OVER to replace it", {}};
-  }
-  give_stream(std::move(opened), stream);
-  version.keep();
-  return VU_DONE;
+void open_for_writing(Stream& stream, const Address& address, bool replaces) {
+  stream.direction = Direction::kWrites;
+  open_to_write(stream.file, address, replaces);
+  if (stream.file.is_open() && is_opened_anew(address, stream.file)) return;
+  if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
+  throw Refusal{VU_ALREADY, "the version exists; open it with VU_WRITE_OVER to replace it", {}};
 }
 
 vu_status open_document(const Store& store, const vu_document* document, std::int32_t mode,
@@ -100,10 +94,11 @@ vu_status open_document(const Store& store, const vu_document* document, std::in
   require(mode >= VU_READ_EXACT && mode <= VU_WRITE_OVER, "there is no such mode");
   const Address address =
       address_of(store, document, mode == VU_READ_EXACT ? Version::kAny : Version::kNamed);
-  if (mode == VU_WRITE_NEW || mode == VU_WRITE_OVER)
-    return open_for_writing(address, mode == VU_WRITE_OVER, stream);
   auto opened = std::make_unique<Stream>();
-  mode == VU_READ_EXACT ? open_exact(*opened, address) : open_served(*opened, address);
+  if (mode == VU_READ_EXACT) open_exact(*opened, address);
+  if (mode == VU_READ_SERVED) open_served(*opened, address);
+  if (mode == VU_WRITE_NEW || mode == VU_WRITE_OVER)
+    open_for_writing(*opened, address, mode == VU_WRITE_OVER);
   give_stream(std::move(opened), stream);
   return VU_DONE;
 }

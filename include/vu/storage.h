@@ -448,8 +448,8 @@ enum {
  * A stream that writes is not atomic: other programs wait for it, an interruption leaves the bytes
  * written so far, and only vu_stream_close() flushes them. Prefer vu_put().
  *
- * A call that fails removes the version that it has created, if the file is empty and nobody locks
- * it.
+ * If a call fails after it has created the version, the version stays, empty: another program may
+ * have opened it already. Then VU_WRITE_NEW returns VU_ALREADY; open it with VU_WRITE_OVER.
  *
  * @param mode one of the four.
  * @param stream receives the handle; null on failure. The caller closes it with vu_stream_close().
