@@ -1,3 +1,5 @@
+#include <algorithm>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <unordered_set>
@@ -23,20 +25,21 @@ bool is_document(std::string_view logical) {
 }
 
 /// Appends the entries of a folder's index that @p keep selects, in the order of the physical
-/// names. Both lists keep the same length, also after an exception.
+/// names. If this fails, for example the save after an adoption, both lists stay as they are.
 template <class Keep>
 void list_entries(const std::string& folder, std::vector<std::string>& logical_names,
                   std::vector<std::string>& physical_names, Keep keep) {
-  IndexGate::visit_files(folder, [&](std::string_view physical, std::string_view logical) {
-    if (!keep(logical)) return;
-    logical_names.emplace_back(logical);
-    try {
-      physical_names.emplace_back(physical);
-    } catch (...) {
-      logical_names.pop_back();
-      throw;
-    }
+  std::vector<std::string> logical;
+  std::vector<std::string> physical;
+  IndexGate::visit_files(folder, [&](std::string_view file, std::string_view name) {
+    if (!keep(name)) return;
+    logical.emplace_back(name);
+    physical.emplace_back(file);
   });
+  logical_names.reserve(logical_names.size() + logical.size());
+  physical_names.reserve(physical_names.size() + physical.size());
+  std::move(logical.begin(), logical.end(), std::back_inserter(logical_names));
+  std::move(physical.begin(), physical.end(), std::back_inserter(physical_names));
 }
 
 }  // namespace

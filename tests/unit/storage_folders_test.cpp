@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <limits>
 #include <stdexcept>
 #include <string>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "platform/os/os.h"
+#include "tests/support/index_peer.h"
 #include "tests/support/os_faults.h"
 #include "tests/support/recording_sink.h"
 #include "tests/support/scratch.h"
@@ -416,6 +418,20 @@ TEST_F(FileLists, EndWhereTheIndexRaises) {
   attempt("vu_storage::getFileListFromIndexFile : " + folder + " isn't a directory",
           [&] { return documents(); });
   EXPECT_EQ(physical, Texts{"before"});
+}
+
+TEST_F(FileLists, AreEmptyWhereTheSaveAfterAnAdoptionRaises) {
+  const synchronisation on(true);
+  physical = {"before"};
+  for (const auto& list : {std::function<Texts()>([&] { return all(); }),
+                           std::function<Texts()>([&] { return documents(); })}) {
+    lay_out("a.kdc_0000000000/00001\n", {"00001.kdc", "b.kdb"});
+    // The first read is that of the load, the third one that of the save.
+    const auto raised = faults::throw_from(faults::Call::read, std::runtime_error("odd"), 3);
+    EXPECT_TRUE(list().empty());
+    EXPECT_EQ(raised.hits(), 1U);
+    EXPECT_EQ(physical, Texts{"before"});
+  }
 }
 
 }  // namespace
