@@ -123,20 +123,27 @@ Obstacle obstacle_of_file(Obstacle::Kind what, const std::string& path) {
   Obstacle found{what, path, ""};
   if (kind == sys::Kind::kMissing) return found;
   const os::Status status = kind == sys::Kind::kFile ? sys::probe_writable(path) : kNoPlainFile;
-  if (!status.ok()) found.why = why_not_usable(path, status);
+  if (!status.ok()) found.why = why_not_writable(path, status);
   return found;
 }
 
 }  // namespace
 
-std::string why_not_usable(const std::string& path, const os::Status& status) {
+std::string why_not_readable(const std::string& path, const os::Status& status) {
   if (status.failure() == os::Failure::kLocked) return sys::reason_of(status);
+  switch (sys::describe(path).kind) {
+    case sys::Kind::kFolder: return "a folder is in its place";
+    case sys::Kind::kLink: return "a link is in its place";
+    case sys::Kind::kOther: return "it is not a plain file";
+    default: return sys::text_of(status);
+  }
+}
+
+std::string why_not_writable(const std::string& path, const os::Status& status) {
   const sys::Info info = sys::describe(path);
-  if (info.kind == sys::Kind::kFolder) return "a folder is in its place";
-  if (info.kind == sys::Kind::kLink) return "a link is in its place";
-  if (info.kind == sys::Kind::kOther) return "it is not a plain file";
-  if (info.is_read_only) return "it is read-only";
-  return sys::text_of(status);
+  const bool is_marked = info.kind == sys::Kind::kFile && info.is_read_only;
+  return is_marked && status.failure() != os::Failure::kLocked ? "it is read-only"
+                                                               : why_not_readable(path, status);
 }
 
 std::vector<Obstacle> obstacles_to_writing(const std::string& folder) {

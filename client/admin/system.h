@@ -101,7 +101,9 @@ std::vector<Obstacle> obstacles_to_writing(const std::string& folder);
 /// The first obstacle in one sentence; empty if there is none.
 std::string why_not_storable(const std::string& folder);
 
-/// Why a file cannot be used: what is in its place, or the system's text.
-std::string why_not_usable(const std::string& path, const os::Status& status);
+/// Why a file cannot be read: what is in its place, or the system's text.
+std::string why_not_readable(const std::string& path, const os::Status& status);
+/// The same for a file that cannot be written.
+std::string why_not_writable(const std::string& path, const os::Status& status);
 
 }  // namespace admin

@@ -86,7 +86,7 @@ bool has_documents(const FolderView& view) {
 void ChangedVersion::fail_to_write(const char* what, const std::string& path,
                                    const os::Status& status) {
   end(Fate::kFailed, std::string(what) + " " + printable(path) +
-                         " cannot be written: " + why_not_usable(path, status));
+                         " cannot be written: " + why_not_writable(path, status));
 }
 
 void ChangedVersion::refuse(const char* what, const std::string& path, const os::Status& status) {
@@ -496,7 +496,7 @@ bool Removal::remove(OldVersion& version, const IndexNames& names) {
   const os::Status locked = file.open(path, LockedFile::For::kChanging, m_locking.at_once());
   if (!locked.ok()) {
     const bool is_used = locked.failure() == os::Failure::kLocked;
-    return stays(is_used ? Fate::kInUse : Fate::kFailed, why_not_usable(path, locked));
+    return stays(is_used ? Fate::kInUse : Fate::kFailed, why_not_writable(path, locked));
   }
   // Writers wait for this lock, so the file cannot change between this check and its removal.
   if (!version.is_same(file)) {

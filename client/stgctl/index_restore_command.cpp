@@ -112,7 +112,7 @@ class Restoring {
     check_locked(m_context, job.index(), status);
     if (!status.ok()) {
       return tell_failed(job.folder, formatted("{}: {}", shown(job.index()),
-                                               admin::why_not_usable(job.index(), status)));
+                                               admin::why_not_writable(job.index(), status)));
     }
     tell(job.folder, plan);
   }

@@ -129,7 +129,7 @@ void check_storable(Context& context, const StoreItem& item) {
   const std::string path = item.old->path();
   // The library never makes a read-only file writable.
   if (const os::Status status = sys::probe_writable(path); !status.ok())
-    fail("its file {} cannot be written: {}", shown(path), admin::why_not_usable(path, status));
+    fail("its file {} cannot be written: {}", shown(path), admin::why_not_writable(path, status));
 }
 
 StoreBatch::StoreBatch(Context& context, std::size_t most_files)

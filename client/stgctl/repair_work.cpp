@@ -33,12 +33,24 @@ std::string file_of(const std::string& path) {
 bool is_missing(const std::string& path) { return sys::describe(path).kind == sys::Kind::kMissing; }
 
 /// Opens and locks a file. @param if_gone the text of the skipped step if the file is missing.
+/// @param of the file that the step is about, which the message names already; the message names
+/// another @p path.
 void open_locked(Context& context, LockedFile& file, const std::string& path,
-                 LockedFile::For purpose, const char* if_gone) {
+                 LockedFile::For purpose, const char* if_gone, const std::string& of) {
   const os::Status status = file.open(path, purpose, context.locking());
   check_locked(context, path, status);
   if (status.failure() == os::Failure::kNotFound) skip(if_gone);
-  if (!status.ok()) give_up(admin::why_not_usable(path, status));
+  if (status.ok()) return;
+  const bool reads = purpose == LockedFile::For::kReading;
+  const std::string why =
+      reads ? admin::why_not_readable(path, status) : admin::why_not_writable(path, status);
+  give_up(path == of
+              ? why
+              : formatted("{} cannot be {}: {}", shown(path), reads ? "read" : "written", why));
+}
+void open_locked(Context& context, LockedFile& file, const std::string& path,
+                 LockedFile::For purpose, const char* if_gone) {
+  open_locked(context, file, path, purpose, if_gone, path);
 }
 
 /// Reads the folder of a file. Without its index nothing shows what the folder's names belong to,
@@ -53,7 +65,7 @@ void look(FolderView& view, const std::string& folder, LockedFile& index) {
   if (view.index_state() != State::kLocked && view.index_state() != State::kFailed) return;
   const std::string path = view.path_of(index_format::kIndexFile);
   give_up(formatted("the index {} cannot be read: {}", shown(path),
-                    admin::why_not_usable(path, view.index_status())));
+                    admin::why_not_readable(path, view.index_status())));
 }
 
 LockedFile::For purpose_of(Context& context, LockedFile::For change = LockedFile::For::kChanging) {
@@ -183,7 +195,8 @@ std::string quarantine(Context& context, const Repair& repair, const std::string
   // Under the index's lock no process can create an entry for the file.
   LockedFile index;
   if (!is_missing(index_path))
-    open_locked(context, index, index_path, purpose_of(context), "the index no longer exists");
+    open_locked(context, index, index_path, purpose_of(context), "the index no longer exists",
+                path);
   const sys::Info info = sys::describe(path);
   if (info.kind == sys::Kind::kMissing) {
     AppliedPlan* const plan = work.begun();

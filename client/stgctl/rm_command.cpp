@@ -63,14 +63,14 @@ std::vector<std::string> key_files_at_risk(Context& context, const FoundEntry& e
   return at_risk;
 }
 
-/// Whether the index still has an entry of the version, wherever its file is. An unknown entry is
-/// not counted: the library keeps it, and it belongs to another file.
+/// Whether the index still has the removed entry. Another line with its key, valid or unknown, has
+/// another physical name, and the library keeps it.
 bool has_line(Context& context, const FoundEntry& entry) {
   admin::FolderView view;
   view.load(entry.folder, context.locking());
   const std::string key = index_format::key_of(entry.name, entry.timestamp);
   for (const admin::LintedLine& line : admin::IndexLint(view)) {
-    if (line.key == key && line.verdict != admin::Verdict::kUnknown) return true;
+    if (line.key == key && line.stored == entry.stored) return true;
   }
   return false;
 }

@@ -342,6 +342,19 @@ TEST_F(ClientRm, LeavesAnUnknownEntryAndSaysRemoved) {
 
 #endif
 
+TEST_F(ClientRm, LeavesASecondLineWithAnotherFile) {
+  put("a.kdc", "text");
+  const std::string file = physical("docs", "a.kdc");
+  const std::string index = folder_of(file) + "/index.dat";
+  const std::string second = "a.kdc_0000000000/00000099\n";
+  write_file(index, read_file(index) + second);
+  write_file(folder_of(file) + "/00000099.kdc", "another text");
+  const outcome result = change({"rm", "a.kdc"});
+  EXPECT_EQ(result.code, 0) << result.err;
+  EXPECT_FALSE(file_exists(file));
+  EXPECT_EQ(read_file(index), second);
+}
+
 TEST_F(ClientMv, RenamesWithinAFolder) {
   ASSERT_EQ(change({"put", source("a.txt", "x", 1'111'111'111), "--area", "user"}).code, 0);
   const std::vector<Json> lines =
