@@ -556,19 +556,6 @@ TEST_F(IndexRename, KeepsTheReplacedEntryWhenTheCopyFails) {
   EXPECT_EQ(folder.names(), (Texts{"00000001.kdb", "00000002.kdb", "index", "index.dat"}));
 }
 
-TEST_F(IndexRename, MakesNoFileForAReplacedEntryThatIsGoneAfterAFailedCopy) {
-  folder.write("00000001.kdb", "bytes of a");
-  folder.write("index", "00000001");
-  folder.set_index("a.kdb_0000000001/00000001\n");
-  {
-    STGIndex index = Peer::load(folder.path());
-    const auto fault = os::faults::fail(Call::copy, kRefused);
-    EXPECT_FALSE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 2));
-  }
-  EXPECT_EQ(folder.index(), "a.kdb_0000000001/00000001\n");
-  EXPECT_EQ(folder.names(), (Texts{"00000001.kdb", "index", "index.dat"}));
-}
-
 TEST_F(IndexRename, MakesNoFileForTheEntryThatItKeptInPlace) {
   // The copy fails, so the replaced entry is back. Then another program removes its file.
   folder.write("00000001.kdb", "bytes of a");
