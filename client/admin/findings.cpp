@@ -20,7 +20,8 @@ constexpr std::array<FindingKind, kCodes> kKinds = {{
      "it under its own name; a sweep removes it",
      "adopt it with 'stgctl sync', or move it away with 'stgctl repair'"},
     {Code::kDuplicateKey, "duplicate-key", kError,
-     "two lines of index.dat have the same key. Only the first one is valid",
+     "two lines of index.dat have the same key. Only the first one is valid; if it is removed, the "
+     "second one becomes the entry",
      "remove the second one with 'stgctl repair', or let the next save drop it"},
     {Code::kDuplicatePhysicalName, "duplicate-physical-name", kError,
      "two entries have the same physical name. Replacing or removing one document does the same to "
