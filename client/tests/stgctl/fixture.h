@@ -34,7 +34,8 @@ class Client : public testing::Test {
 #if !defined(_WIN32)
   /// Gives all users access to the tree and the files to store.
   void open_to_all() const;
-  /// change() as a user without rights of its own. Only root can do that.
+  /// change() as a user without the rights of root. If root runs the tests, that is another user
+  /// than the owner of the files.
   outcome change_as_nobody(const std::vector<std::string>& arguments) const;
 #endif
   /// on_tree() with --json. @return its lines.
