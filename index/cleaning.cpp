@@ -142,11 +142,11 @@ class Names {
   /// @param is_loaded_stale whether the load has renamed files after its listing.
   Names(const IndexState& index, const vu_utf8string& folder, bool is_loaded_stale)
       : m_index(index) {
-    const os::Listing& loaded = index.files().entries();
+    const os::Listing& loaded = index.files().listing();
     m_is_loaded =
         !is_loaded_stale && !loaded.empty() && is_plain(index.folder()) && is_plain(loaded.text());
     if (!m_is_loaded) m_own = utf8_entries(folder);
-    m_entries = m_is_loaded ? &loaded : &m_own;
+    m_listing = m_is_loaded ? &loaded : &m_own;
   }
   Names(const Names&) = delete;
   Names& operator=(const Names&) = delete;
@@ -154,8 +154,8 @@ class Names {
   /// The names that are not plain files, sorted. Sub-part folders are among them.
   UtfNames possible_folders() const {
     UtfNames result;
-    for (const os::Entry entry : *m_entries) {
-      if (entry.kind != os::EntryKind::kFile) result.emplace_back(std::string(entry.name));
+    for (const os::Entry found : *m_listing) {
+      if (found.kind != os::EntryKind::kFile) result.emplace_back(std::string(found.name));
     }
     std::sort(result.begin(), result.end());
     return result;
@@ -167,8 +167,8 @@ class Names {
     std::vector<bool> is_known = files_of_entries();
     UtfNames result;
     std::optional<STGIndex::NameMap> physical_names;
-    for (std::size_t i = 0; i < m_entries->size(); ++i) {
-      const std::string_view name = (*m_entries)[i].name;
+    for (std::size_t i = 0; i < m_listing->size(); ++i) {
+      const std::string_view name = (*m_listing)[i].name;
       if (is_known[i] || index_format::is_index_file(name)) continue;
       if (m_index.is_gone(m_is_loaded ? i : position_of(m_index, name))) continue;
       if (!physical_names) add_physical_names(m_index, physical_names.emplace());
@@ -196,13 +196,13 @@ class Names {
 
   /// For each name, whether the load found it as the file of an entry.
   std::vector<bool> files_of_entries() const {
-    std::vector<bool> result(m_entries->size());
+    std::vector<bool> result(m_listing->size());
     if (!m_is_loaded) return result;
     m_index.walk(
         [&](std::span<const IndexLine> lines) {
           for (const IndexLine& line : lines) {
-            if (line.entry != FolderFiles::kNone && has_physical_name(line))
-              result[line.entry] = true;
+            if (line.file != FolderFiles::kNone && has_physical_name(line))
+              result[line.file] = true;
           }
         },
         [](std::string_view, std::string_view) {});
@@ -212,7 +212,7 @@ class Names {
   const IndexState& m_index;
   bool m_is_loaded = false;  ///< the listing of the load is used
   os::Listing m_own;
-  const os::Listing* m_entries = nullptr;
+  const os::Listing* m_listing = nullptr;
 };
 
 /// The names in @p sorted that begin with @p prefix.

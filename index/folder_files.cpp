@@ -13,39 +13,37 @@ bool is_network_folder(std::string_view folder) {
 
 }  // namespace
 
-FolderFiles::FolderFiles(std::string folder, os::Listing entries) : m_folder(std::move(folder)) {
-  take(std::move(entries));
+FolderFiles::FolderFiles(std::string folder, os::Listing listing) : m_folder(std::move(folder)) {
+  take(std::move(listing));
 }
 
-void FolderFiles::take(os::Listing entries) {
-  m_entries = std::move(entries);
-  NameIndex& all = m_names.emplace(m_entries.size());
-  for (std::size_t i = 0; i < m_entries.size(); ++i) all.add(all.ask(m_entries[i].name), i);
-  const std::string_view names = m_entries.text();
+void FolderFiles::take(os::Listing listing) {
+  m_listing = std::move(listing);
+  NameIndex& all = m_names.emplace(m_listing.size());
+  for (std::size_t i = 0; i < m_listing.size(); ++i) all.add(all.ask(m_listing[i].name), i);
+  const std::string_view names = m_listing.text();
   const bool has_patterns =
       names.find('*') != std::string_view::npos || names.find('?') != std::string_view::npos;
   m_are_sure =
-      !has_patterns && !m_entries.has_dot_or_blank_at_an_end() && !is_network_folder(m_folder);
+      !has_patterns && !m_listing.has_dot_or_blank_at_an_end() && !is_network_folder(m_folder);
 }
 
-const os::Listing& FolderFiles::entries() {
+const os::Listing& FolderFiles::listing() {
   if (!m_names) take(folder_entries(m_folder));
-  return m_entries;
+  return m_listing;
 }
 
-bool FolderFiles::may_be_missing(os::Entry entry) const {
+bool FolderFiles::may_be_missing(os::Entry listed) const {
   // A search treats "*" and "?" as patterns, and may drop dots and blanks at the end.
-  const std::string_view name = entry.name;
+  const std::string_view name = listed.name;
   if (name.back() == '.' || name.back() == ' ') return true;
   if (name.find_first_of("*?") != std::string_view::npos) return true;
   // A network path is checked by its attributes. They follow links, so a dangling link is missing.
-  return entry.kind == os::EntryKind::kUnknown && is_network_folder(m_folder);
+  return listed.kind == os::EntryKind::kUnknown && is_network_folder(m_folder);
 }
 
-FolderFiles::Found FolderFiles::find(std::string_view name) {
-  const std::size_t entry = listed(name, ask(name));
-  if (entry != kNone) return {Presence::kThere, entry};
-  return {probe(name), kNone};
+Presence FolderFiles::find(std::string_view name) {
+  return listed(name, ask(name)) != kNone ? Presence::kThere : probe(name);
 }
 
 Presence FolderFiles::probe(std::string_view name) {

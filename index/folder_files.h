@@ -30,7 +30,7 @@ enum class Presence : std::uint8_t {
 /// listed name such as `a*`, which an existence test may not find, is also checked by itself.
 ///
 /// Errors: a file that the system cannot check is Presence::kUnknown. A folder that cannot be
-/// listed has no entries, and each name is checked by itself. Nothing is traced. The only exception
+/// listed has no files, and each name is checked by itself. Nothing is traced. The only exception
 /// is std::bad_alloc.
 ///
 /// Threads: one at a time, also for queries.
@@ -38,39 +38,33 @@ class FolderFiles {
  public:
   static constexpr std::size_t kNone = NameIndex::kNone;
 
-  /// The result of find().
-  struct Found {
-    Presence presence = Presence::kMissing;
-    std::size_t entry = kNone;  ///< the position in the listing, if the name is listed as given
-  };
-
   explicit FolderFiles(std::string folder) : m_folder(std::move(folder)) {}
   /// Uses a listing that the caller has read.
-  FolderFiles(std::string folder, os::Listing entries);
+  FolderFiles(std::string folder, os::Listing listing);
   FolderFiles(const FolderFiles&) = delete;
   FolderFiles& operator=(const FolderFiles&) = delete;
 
   const std::string& folder() const { return m_folder; }
 
   /// The listing, in the system's order; empty if the folder cannot be listed.
-  const os::Listing& entries();
+  const os::Listing& listing();
 
   /// The name at a position that a look-up returned. Valid as long as the object.
-  std::string_view name_of(std::size_t entry) const { return m_entries[entry].name; }
+  std::string_view name_of(std::size_t file) const { return m_listing[file].name; }
 
   /// Looks up a name of the folder.
-  Found find(std::string_view name);
+  Presence find(std::string_view name);
 
   /// The same in three steps, to look up several names at once (see NameIndex).
   std::uint64_t ask(std::string_view name) {
-    if (!m_names) entries();
+    if (!m_names) listing();
     return m_names->ask(name);
   }
   void fetch(std::uint64_t hash) const { m_names->fetch(hash, name_at()); }
   /// The position of the name in the listing, or kNone.
   [[gnu::always_inline]] std::size_t listed(std::string_view name, std::uint64_t hash) const {
-    const std::size_t entry = m_names->find(name, hash, name_at());
-    return m_are_sure || entry == kNone || !may_be_missing(m_entries[entry]) ? entry : kNone;
+    const std::size_t file = m_names->find(name, hash, name_at());
+    return m_are_sure || file == kNone || !may_be_missing(m_listing[file]) ? file : kNone;
   }
 
   /// The position of the name in the listing as it is spelled, or kNone. Unlike listed(), it does
@@ -84,36 +78,36 @@ class FolderFiles {
   Presence probe(std::string_view name);
 
  private:
-  void take(os::Listing entries);
+  void take(os::Listing listing);
   struct NameAt {
-    const os::Listing& entries;
-    std::string_view operator()(std::size_t entry) const { return entries[entry].name; }
+    const os::Listing& listing;
+    std::string_view operator()(std::size_t file) const { return listing[file].name; }
   };
-  NameAt name_at() const { return {m_entries}; }
-  bool may_be_missing(os::Entry entry) const;
+  NameAt name_at() const { return {m_listing}; }
+  bool may_be_missing(os::Entry listed) const;
 
   std::string m_folder;
-  os::Listing m_entries;
-  std::optional<NameIndex> m_names;  ///< of m_entries; nothing before the listing
+  os::Listing m_listing;
+  std::optional<NameIndex> m_names;  ///< of m_listing; nothing before the listing
   bool m_are_sure = false;           ///< an existence test finds all listed names
   std::string m_path;
 };
 
 /// A set of positions in a listing. FolderFiles::kNone represents all files that are not listed.
-class EntrySet {
+class FileSet {
  public:
   bool empty() const { return m_is_empty; }
-  bool contains(std::size_t entry) const {
-    return entry == FolderFiles::kNone ? m_has_none : entry < m_has.size() && m_has[entry];
+  bool contains(std::size_t file) const {
+    return file == FolderFiles::kNone ? m_has_none : file < m_has.size() && m_has[file];
   }
-  void insert(std::size_t entry) {
+  void insert(std::size_t file) {
     m_is_empty = false;
-    if (entry == FolderFiles::kNone) {
+    if (file == FolderFiles::kNone) {
       m_has_none = true;
       return;
     }
-    if (entry >= m_has.size()) m_has.resize(entry + 1);
-    m_has[entry] = true;
+    if (file >= m_has.size()) m_has.resize(file + 1);
+    m_has[file] = true;
   }
 
  private:

@@ -34,7 +34,7 @@ std::string next_free_name(std::int32_t last, IndexState& index, const std::stri
     const bool is_taken =
         index.way_back_of(name) || unknown.contains(name) || index.is_to_be_removed(name);
     if (is_taken) continue;
-    if (extension == nullptr || index.files().find(name + *extension).presence != Presence::kThere)
+    if (extension == nullptr || index.files().find(name + *extension) != Presence::kThere)
       return name;
   }
   return index_format::kFirstName;
@@ -130,17 +130,17 @@ void STGIndex::synchronizeToFolder() {
   // A file may belong to an unknown entry.
   if (m_state->has_unknown_lines()) return;
   try {
-    const os::Listing& entries = m_state->files().entries();
+    const os::Listing& listing = m_state->files().listing();
     // A missing folder lists nothing; is_dir() traces that.
-    if (entries.empty()) vu_file::is_dir(m_folder);
+    if (listing.empty()) vu_file::is_dir(m_folder);
     std::optional<KnownFiles> known;
-    if (m_state->loaded() != nullptr) known.emplace(*m_state->loaded(), entries.size());
+    if (m_state->loaded() != nullptr) known.emplace(*m_state->loaded(), listing.size());
     const auto next = [&](std::size_t from) { return known ? known->first_doubtful(from) : from; };
-    for (std::size_t i = next(0); i < entries.size(); i = next(i + 1)) {
-      const os::Entry entry = entries[i];
-      if (entry.kind == os::EntryKind::kFolder || index_format::is_index_file(entry.name)) continue;
-      const std::string name(entry.name);
-      if (entry.kind == os::EntryKind::kUnknown && vu_file::is_dir(path_text::join(m_folder, name)))
+    for (std::size_t i = next(0); i < listing.size(); i = next(i + 1)) {
+      const os::Entry found = listing[i];
+      if (found.kind == os::EntryKind::kFolder || index_format::is_index_file(found.name)) continue;
+      const std::string name(found.name);
+      if (found.kind == os::EntryKind::kUnknown && vu_file::is_dir(path_text::join(m_folder, name)))
         continue;
       if (!alreadyInMaps(name)) add_not_referenced_entry(name);
     }

@@ -49,9 +49,9 @@ LineState probe(std::string_view key, std::string_view stored, FolderFiles& file
 /// Judges a line whose likelier file name is not in the listing. That is the physical name with the
 /// extension if has_extension is set, otherwise without.
 void find_otherwise(IndexLine& line, FolderFiles& files) {
-  if (line.has_extension) line.entry = files.listed(line.stored, files.ask(line.stored));
+  if (line.has_extension) line.file = files.listed(line.stored, files.ask(line.stored));
   line.has_extension = false;
-  if (line.entry == FolderFiles::kNone) line.state = probe(line.key, line.stored, files);
+  if (line.file == FolderFiles::kNone) line.state = probe(line.key, line.stored, files);
 }
 
 }  // namespace
@@ -118,9 +118,9 @@ std::span<const IndexLine> IndexReader::next_lines() {
       judge_running_on(line);
     } else {
       line.has_extension = names[i].data() != line.stored.data();
-      line.entry = m_files.listed(names[i], hashes[i]);
+      line.file = m_files.listed(names[i], hashes[i]);
       line.state = LineState::kValid;
-      if (line.entry == FolderFiles::kNone) find_otherwise(line, m_files);
+      if (line.file == FolderFiles::kNone) find_otherwise(line, m_files);
     }
   }
   return {m_some.data(), count};
@@ -153,7 +153,7 @@ void IndexReader::judge_running_on(IndexLine& line) {
   // This line cannot be an unknown entry: a line without its own "/" cannot be written back.
   if (last.state != LineState::kValid) return;
   line.state = LineState::kValid;
-  line.entry = m_files.listed(line.stored, m_files.ask(line.stored));
+  line.file = m_files.listed(line.stored, m_files.ask(line.stored));
 }
 
 IndexReading::IndexReading(std::string_view index_text, FolderFiles& files) : text(index_text) {
@@ -169,7 +169,7 @@ IndexReading::IndexReading(std::string_view index_text, FolderFiles& files) : te
 }
 
 IndexReading::IndexReading(std::string_view index_text, FolderFiles& files,
-                           const IndexReading& before, const EntrySet& changed)
+                           const IndexReading& before, const FileSet& changed)
     : text(index_text) {
   lines.reserve(before.lines.size() + before.lines.size() / 8);
   std::vector<std::size_t> doubtful;
@@ -178,8 +178,8 @@ IndexReading::IndexReading(std::string_view index_text, FolderFiles& files,
     // Both texts are in order, or nearly so.
     while (earlier != before.lines.end() && earlier->key < line.key) ++earlier;
     return earlier != before.lines.end() && earlier->key == line.key &&
-           earlier->stored == line.stored && earlier->entry != FolderFiles::kNone &&
-           !changed.contains(earlier->entry);
+           earlier->stored == line.stored && earlier->file != FolderFiles::kNone &&
+           !changed.contains(earlier->file);
   };
   index_format::Lines all(text);
   index_format::Line parsed;
@@ -219,7 +219,7 @@ void IndexReading::revise(IndexLine& line, LineState state) {
 /// An estimate: one line for each file, but at most as many lines as the text can contain.
 std::size_t IndexReading::likely_lines(FolderFiles& files) const {
   constexpr std::size_t kShortest = index_format::kStampLength + 2;
-  return std::min(files.entries().size(), text.size() / kShortest) + 1;
+  return std::min(files.listing().size(), text.size() / kShortest) + 1;
 }
 
 /// Reads the plain lines at the start: with their own "/", a key, and short names. Nearly all lines
@@ -262,8 +262,8 @@ std::size_t IndexReading::read_plain_lines(FolderFiles& files) {
     for (std::size_t i = 0; i < together; ++i) files.fetch(hashes[i]);
     for (std::size_t i = 0; i < together; ++i) {
       IndexLine& line = lines[first + i];
-      line.entry = files.listed({names[i].data(), sizes[i]}, hashes[i]);
-      if (line.entry == FolderFiles::kNone) find_otherwise(line, files);
+      line.file = files.listed({names[i].data(), sizes[i]}, hashes[i]);
+      if (line.file == FolderFiles::kNone) find_otherwise(line, files);
       count(line);
     }
   }

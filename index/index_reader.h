@@ -33,7 +33,7 @@ struct IndexLine {
   LineState state = LineState::kNone;
   bool runs_on = false;        ///< see index_format::Line
   bool has_extension = false;  ///< the file's name is the physical name with an extension
-  std::size_t entry = FolderFiles::kNone;  ///< the file's position in the listing, if it is there
+  std::size_t file = FolderFiles::kNone;  ///< the file's position in the listing, if it is there
 };
 
 /// Reads the lines of a text in order, and judges each one by the folder.
@@ -116,7 +116,7 @@ struct IndexReading {
   /// reading ends there and sets any_runs_on.
   /// @param changed positions in the earlier listing: lines of these files are judged again.
   IndexReading(std::string_view index_text, FolderFiles& files, const IndexReading& before,
-               const EntrySet& changed);
+               const FileSet& changed);
   IndexReading(const IndexReading&) = delete;
   IndexReading& operator=(const IndexReading&) = delete;
 

@@ -173,7 +173,7 @@ class IndexState {
   /// Notes that the operation has removed a file, and has checked that it is gone.
   void file_is_gone(const std::string& name);
   /// Whether file_is_gone() was called for the file at this position in the listing.
-  bool is_gone(std::size_t entry) const { return m_gone.contains(entry); }
+  bool is_gone(std::size_t file) const { return m_gone.contains(file); }
   /// Replaces both directions. For tests.
   void set_maps(const NameMap& by_key, const NameMap& by_stored_name);
 
@@ -236,6 +236,6 @@ class IndexState {
   std::vector<Entry> m_erased;
   std::vector<Making> m_makings;  // Changes::Change::making is a position
   std::map<std::string, IfItStays, std::less<>> m_files_to_remove;
-  EntrySet m_changed;  // positions in the listing
-  EntrySet m_gone;     // positions in the listing
+  FileSet m_changed;  // positions in the listing
+  FileSet m_gone;     // positions in the listing
 };

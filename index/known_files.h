@@ -27,9 +27,9 @@ class KnownFiles {
  public:
   KnownFiles(const IndexReading& reading, std::size_t files) : m_claims(files, Claim::kNone) {
     for (const IndexLine& line : reading.lines) {
-      if (line.entry == FolderFiles::kNone || line.state != LineState::kValid) continue;
+      if (line.file == FolderFiles::kNone || line.state != LineState::kValid) continue;
       if (line.has_extension) {
-        m_claims[line.entry] = Claim::kKnown;
+        m_claims[line.file] = Claim::kKnown;
       } else {
         note_dotted_stems({reading.lines.data(), &line});
         claim_by_own_name(line);
@@ -37,11 +37,11 @@ class KnownFiles {
     }
   }
 
-  /// The first file of the listing, from @p entry on, that is not certainly known; the size of the
+  /// The first file of the listing, from @p file on, that is not certainly known; the size of the
   /// listing if all are known.
-  std::size_t first_doubtful(std::size_t entry) const {
+  std::size_t first_doubtful(std::size_t file) const {
     const auto is_doubtful = [](Claim claim) { return claim != Claim::kKnown; };
-    const auto from = m_claims.begin() + static_cast<std::ptrdiff_t>(entry);
+    const auto from = m_claims.begin() + static_cast<std::ptrdiff_t>(file);
     return static_cast<std::size_t>(std::find_if(from, m_claims.end(), is_doubtful) -
                                     m_claims.begin());
   }
@@ -65,7 +65,7 @@ class KnownFiles {
   }
 
   void claim_by_own_name(const IndexLine& line) {
-    Claim& claim = m_claims[line.entry];
+    Claim& claim = m_claims[line.file];
     if (claim != Claim::kNone) return;
     const bool is_adopted = index_format::timestamp_of(line.key) == 0 &&
                             index_format::logical_of(line.key) == line.stored;

@@ -26,10 +26,10 @@ class NameList {
   void add(const IndexLine& line) {
     // Nearly always the entry's file is the one that the listing showed, so its name need not be
     // built. It is another one if the line is valid because of its second possible file.
-    const bool is_it = line.entry != FolderFiles::kNone &&
+    const bool is_it = line.file != FolderFiles::kNone &&
                        line.has_extension == has_extension(line.key, line.stored);
     if (is_it) {
-      add(m_files.name_of(line.entry), logical_of(line.key));
+      add(m_files.name_of(line.file), logical_of(line.key));
     } else {
       add_made(line.key, line.stored);
     }

@@ -269,13 +269,13 @@ class IndexSave {
   /// name. A file with only the physical name would make the line valid, too. That name is a number
   /// here, so the listing shows it exactly.
   bool is_gone_still(const IndexLine& line) {
-    if (!m_is_listed || !m_state.is_gone(line.entry) || !line.has_extension) return false;
+    if (!m_is_listed || !m_state.is_gone(line.file) || !line.has_extension) return false;
     const auto is_shown = [&](std::string_view name) {
       return m_files.listed(name, m_files.ask(name)) != FolderFiles::kNone;
     };
     const bool is_number = line.stored.find_first_not_of("0123456789") == std::string_view::npos;
     return is_number && is_shown(kIndexFile) && !is_shown(line.stored) &&
-           !is_shown(m_state.files().entries()[line.entry].name);
+           !is_shown(m_state.files().name_of(line.file));
   }
 
   void merge_entry(const IndexLine& line) {
@@ -321,7 +321,7 @@ class IndexSave {
     const auto of_changes = static_cast<std::ptrdiff_t>(m_doubtful.size());
     for (const IndexLine& line : loaded->lines) {
       const bool may_lead_there =
-          line.entry == FolderFiles::kNone || m_state.m_changed.contains(line.entry);
+          line.file == FolderFiles::kNone || m_state.m_changed.contains(line.file);
       if (may_lead_there && line.state == LineState::kValid) m_doubtful.push_back(line.key);
     }
     const auto of_lines = m_doubtful.begin() + of_changes;
@@ -335,7 +335,7 @@ class IndexSave {
     const std::string_view extension = index_format::extension_of(index_format::logical_of(key));
     const auto presence_of_file = [&](std::string_view name) {
       if (m_state.m_files_to_remove.contains(name)) return Presence::kMissing;
-      return m_is_listed ? m_files.find(name).presence : m_files.probe(name);
+      return m_is_listed ? m_files.find(name) : m_files.probe(name);
     };
     // The likelier name comes first: if it exists, the other one is not checked.
     const Presence with_extension = presence_of_file(std::string(stored).append(extension));

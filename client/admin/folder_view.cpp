@@ -66,7 +66,7 @@ const os::Status& FolderView::read_names() {
     m_status = listing.status();
   }
   m_files = std::make_unique<FolderFiles>(m_folder.path, std::move(entries));
-  for (const os::Entry entry : m_files->entries())
+  for (const os::Entry entry : m_files->listing())
     m_names.push_back({entry.name, kinds[m_names.size()]});
   return m_status;
 }
@@ -180,11 +180,11 @@ void IndexLint::find_file(const IndexLine& read) {
   m_line.file = m_file;
   if (read.state != LineState::kValid) return;
   const bool is_extended = m_file.size() != m_line.stored.size();
-  if (read.entry != FolderFiles::kNone && read.has_extension == is_extended) {
-    m_line.listed = static_cast<std::uint32_t>(read.entry);
+  if (read.file != FolderFiles::kNone && read.has_extension == is_extended) {
+    m_line.listed = static_cast<std::uint32_t>(read.file);
     m_line.has_file = true;
   } else {
-    m_line.has_file = m_view.files().find(m_file).presence != Presence::kMissing;
+    m_line.has_file = m_view.files().find(m_file) != Presence::kMissing;
     if (m_line.has_file) m_line.listed = m_view.find(m_file);
   }
   if (m_line.listed != FolderView::kNone) m_line.file = m_view.names()[m_line.listed].text;
@@ -201,7 +201,7 @@ void IndexLint::note_entry(const IndexLine& read) {
   if (same_stored != m_line.number) m_line.same_stored_as = same_stored;
   // Zeros replaced the bytes that said whose file it was.
   if (m_line.has_zeros) return;
-  if (read.entry != FolderFiles::kNone) m_claimed[read.entry] = true;
+  if (read.file != FolderFiles::kNone) m_claimed[read.file] = true;
   if (m_line.listed != FolderView::kNone) m_claimed[m_line.listed] = true;
 }
 

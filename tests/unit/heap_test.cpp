@@ -122,7 +122,7 @@ TEST(Heap, OfASmallIndexInALargeFolderIsTheListingAndAConstant) {
   const std::string& path = folder.path();
   std::size_t entries = 0;
   const std::ptrdiff_t listing =
-      peak_of([&] { EXPECT_EQ(FolderFiles(path).entries().size(), std::size_t{kFiles} + 1); });
+      peak_of([&] { EXPECT_EQ(FolderFiles(path).listing().size(), std::size_t{kFiles} + 1); });
   const std::ptrdiff_t peak = peak_of([&] { entries = Peer::lp(Peer::load(path)).size(); });
   EXPECT_EQ(entries, 1U);
   EXPECT_LT(peak, listing + kConstant);

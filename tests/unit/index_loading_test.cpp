@@ -307,7 +307,7 @@ TEST_F(FolderFilesOfAnIndex, ListsAtTheFirstQueryAndNotAgain) {
   folder.write("early");
   EXPECT_TRUE(is_valid(files, "k_0000000001", "early"));
   os::faults::reset();
-  EXPECT_EQ(files.entries().size(), 1U);
+  EXPECT_EQ(files.listing().size(), 1U);
   EXPECT_EQ(os::faults::calls(Call::list), 0U);
 }
 
@@ -315,7 +315,7 @@ TEST_F(FolderFilesOfAnIndex, StillShowsAFileThatHasGoneSince) {
   const std::string path = folder.path();
   folder.write("gone");
   FolderFiles files(path);
-  ASSERT_EQ(files.entries().size(), 1U);
+  ASSERT_EQ(files.listing().size(), 1U);
   vu_file::remove(folder.path("gone"));
   EXPECT_TRUE(is_valid(files, "k_0000000001", "gone"));
   FolderFiles now(path);
@@ -325,7 +325,7 @@ TEST_F(FolderFilesOfAnIndex, StillShowsAFileThatHasGoneSince) {
 TEST_F(FolderFilesOfAnIndex, FindsAFileThatHasComeSinceByItself) {
   const std::string path = folder.path();
   FolderFiles files(path);
-  ASSERT_TRUE(files.entries().empty());
+  ASSERT_TRUE(files.listing().empty());
   folder.write("late.kdb");
   EXPECT_TRUE(is_valid(files, "k.kdb_0000000001", "late"));
   EXPECT_FALSE(is_valid(files, "k.kdc_0000000001", "late"));
@@ -343,7 +343,7 @@ TEST_F(FolderFilesOfAnIndex, TakesNoKeyThatIsTooShort) {
 TEST_F(FolderFilesOfAnIndex, IsEmptyForAFolderThatIsMissing) {
   const std::string path = folder.path("missing");
   FolderFiles files(path);
-  EXPECT_TRUE(files.entries().empty());
+  EXPECT_TRUE(files.listing().empty());
   EXPECT_FALSE(is_valid(files, "k_0000000001", ""));
   EXPECT_FALSE(is_valid(files, "k_0000000001", "a"));
 }
@@ -425,13 +425,13 @@ TEST_F(FolderFilesOfAnIndex, AccountsForNoFileThatTheMapsDoNotKnow) {
     if (loaded.ascending) {
       EXPECT_EQ(lp.size(), loaded.lines.size() - loaded.missing) << shown(text);
     }
-    const KnownFiles known(loaded, files.entries().size());
+    const KnownFiles known(loaded, files.listing().size());
     STGIndex index = Peer::empty();
     Peer::set_maps(index, lp, pl);
-    for (std::size_t entry = 0; entry < files.entries().size(); ++entry) {
-      if (known.first_doubtful(entry) == entry) continue;
+    for (std::size_t file = 0; file < files.listing().size(); ++file) {
+      if (known.first_doubtful(file) == file) continue;
       ++accounted_for;
-      const std::string name(files.entries()[entry].name);
+      const std::string name(files.listing()[file].name);
       EXPECT_TRUE(Peer::alreadyInMaps(index, name)) << shown(text) << ' ' << name;
     }
   }
