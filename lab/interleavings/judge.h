@@ -74,8 +74,9 @@ struct Verdict {
 
 class Judge {
  public:
-  Judge(const Combination& combination, const Facts& before, std::vector<Outcome> orders)
-      : m_combination(combination), m_before(before), m_orders(std::move(orders)) {}
+  /// @param combination must outlive this object.
+  Judge(const Combination& combination, Facts before, std::vector<Outcome> orders)
+      : m_combination(combination), m_before(std::move(before)), m_orders(std::move(orders)) {}
 
   Verdict judge(const Outcome& outcome) const;
 
@@ -87,7 +88,7 @@ class Judge {
   std::vector<Difference> differences(const Outcome& order, const Outcome& outcome) const;
 
   const Combination& m_combination;
-  const Facts& m_before;
+  const Facts m_before;
   const std::vector<Outcome> m_orders;
 };
 
