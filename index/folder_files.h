@@ -60,7 +60,10 @@ class FolderFiles {
     if (!m_names) listing();
     return m_names->ask(name);
   }
-  void fetch(std::uint64_t hash) const { m_names->fetch(hash, name_at()); }
+  /// Before the first ask() it does nothing.
+  void fetch(std::uint64_t hash) const {
+    if (m_names) m_names->fetch(hash, name_at());
+  }
   /// The position of the name in the listing, or kNone.
   [[gnu::always_inline]] std::size_t listed(std::string_view name, std::uint64_t hash) const {
     const std::size_t file = m_names->find(name, hash, name_at());
