@@ -6,6 +6,7 @@
 #include "api/store.h"
 #include "file/handle_core.h"
 #include "file/lock_limit.h"
+#include "index/index_gate.h"
 #include "stg_index.h"
 #include "vu_storage.h"
 
@@ -59,14 +60,25 @@ vu_status read_whole(const Store& store, const vu_document* document, void** byt
 
 vu_status describe(const Address& address, vu_info& info) {
   return at_place_of(address, [&](const Place& place) {
-    vu_info found = info_of(place.path(), place.version);
-    if (found.size < 0)
+    vu_info found;
+    if (const os::Status asked = describe_file(place.path(), place.version, found); !asked.ok())
       throw Refusal{VU_FAILED, "the system cannot tell the size and times of the file",
-                    told_path(place.path())};
+                    told_path(place.path()), asked.code()};
     found.struct_size = info.struct_size;
     info = found;
     return VU_DONE;
   });
+}
+
+/// A lookup finds the file that bears the document's name. RemoveFile() would remove the file of the
+/// entry instead. @throws Refusal
+void refuse_if_hidden(const Address& address, const Place& place) {
+  if (place.file != address.name) return;
+  const auto entered = IndexGate::file_of(place.folder, address.name, place.version);
+  if (entered && *entered != place.file)
+    throw Refusal{VU_REFUSED,
+                  "another file bears the document's name and hides the version; rename that file",
+                  told_path(place.path())};
 }
 
 vu_status remove(const Address& given) {
@@ -74,6 +86,7 @@ vu_status remove(const Address& given) {
   const Place place = place_of(address);
   address.version = place.version;
   wait_for_index(place.folder);
+  refuse_if_hidden(address, place);
   vu_storage::RemoveFile(address.owner, address.name, address.type, address.version);
   if (!is_removed(address, place))
     return failed_or(VU_FAILED, "the file cannot be removed; the version stays",

@@ -272,6 +272,17 @@ TEST_F(Documents, ThatAreReplacedLeaveTheCategoryFilesOfTheUserArea) {
   EXPECT_EQ(read_file(category), "y.kdc=2\n");
 }
 
+TEST_F(Documents, ThatAreReplacedDoNotWaitForTheCallersOwnHandle) {
+  store("x.kdc", kUserFiles, 0, "old");
+  const std::string category = store("mine.ctg", kUserFiles, 0, "x.kdc=1\ny.kdc=2\n");
+  vu_file file(category);
+  file.open(vu_file::o_read);
+  EXPECT_TRUE(client.OpenWrite2(file, "jdoe", "x.kdc", kUserFiles, true, 0));
+  client.Write(file, "new");
+  client.Close(file);
+  EXPECT_EQ(read_file(category), "y.kdc=2\n");
+}
+
 TEST_F(Documents, ThatAreNewStayInTheCategoryFiles) {
   const std::string category = store("mine.ctg", kUserFiles, 0, "x.kdc=1\n");
   store("x.kdc", kUserFiles, 0, "new");
