@@ -70,8 +70,8 @@ vu_status describe(const Address& address, vu_info& info) {
   });
 }
 
-/// A lookup finds the file that bears the document's name. RemoveFile() would remove the file of the
-/// entry instead. @throws Refusal
+/// A lookup finds the file that bears the document's name, but RemoveFile() would remove the file
+/// of the entry. @throws Refusal
 void refuse_if_hidden(const Address& address, const Place& place) {
   if (place.file != address.name) return;
   const auto entered = IndexGate::file_of(place.folder, address.name, place.version);

@@ -53,8 +53,9 @@ struct Listing {
             const std::string& file) {
     if (logical.starts_with(kStagedPrefix)) return true;
     vu_info info = VU_INFO_INIT;
-    if ((flags & VU_WITH_INFO) != 0) info = info_of(folder + "\\" + file, version);
     info.version = version;
+    if ((flags & VU_WITH_INFO) != 0)
+      static_cast<void>(describe_file(folder + "\\" + file, version, info));
     const vu_entry entry = {
         sizeof(vu_entry),           area, 0, owner.c_str(), told_name(logical, name),
         told_name(file, told_file), info};
@@ -70,12 +71,14 @@ vu_status each_document(const Store& store, std::int32_t area, const char* owner
   const STG::RepositoryType type = type_of(area);
   const std::string own = owner_of(store, owner);
   Listing listing = {area, told_owner(store, own), flags, visit, context};
+  vu_status status = VU_DONE;
   for (const std::string& folder : folders_of(store, type, own)) {
-    IndexGate::visit(folder, [&](std::string_view name, long version, const std::string& file) {
+    const auto tell = [&](std::string_view name, long version, const std::string& file) {
       return listing.tell(folder, name, version, file);
-    });
+    };
+    status = std::max(status, visit_entries(folder, tell));
   }
-  return VU_DONE;
+  return status;
 }
 
 vu_status each_version(const Store& store, const vu_document* document, std::uint32_t flags,
@@ -86,10 +89,9 @@ vu_status each_version(const Store& store, const vu_document* document, std::uin
   std::string folder;
   if (!find_folder(address, false, folder)) return VU_DONE;
   Listing listing = {document->area, told_owner(store, address.owner), flags, visit, context};
-  IndexGate::visit(folder, [&](std::string_view name, long version, const std::string& file) {
+  return visit_entries(folder, [&](std::string_view name, long version, const std::string& file) {
     return name != address.name || listing.tell(folder, name, version, file);
   });
-  return VU_DONE;
 }
 
 vu_status each_owner(const Store& store, std::int32_t area, vu_name_visitor visit, void* context) {
@@ -104,6 +106,15 @@ vu_status each_owner(const Store& store, std::int32_t area, vu_name_visitor visi
 }
 
 }  // namespace
+
+vu_status visit_entries(const std::string& folder, const IndexGate::Visit& visit) {
+  const os::Status listed = IndexGate::visit(folder, visit);
+  if (listed.ok()) return VU_DONE;
+  Call::current().hear(vu_host::trace_event::warning,
+                       "the folder cannot be listed, so its orphans are not adopted");
+  Call::current().hear_failure(folder, listed.code());
+  return VU_PARTLY_DONE;
+}
 
 std::vector<std::string> owners_in(const Store& store, STG::RepositoryType type) {
   if (!store.owners_have_folders) return {"_"};

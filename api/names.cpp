@@ -189,10 +189,11 @@ void refuse_anothers_file(const Store& store, const Address& address) {
   const std::string path = folder + "\\" + address.name;
   if (!vu_file::exists(path)) return;
   bool is_anothers = vu_file::is_dir(path);
-  IndexGate::visit(folder, [&](std::string_view logical, long, const std::string& file) {
+  const auto compare = [&](std::string_view logical, long, const std::string& file) {
     is_anothers = is_anothers || (may_be_one_file(file, address.name) && logical != address.name);
     return !is_anothers;
-  });
+  };
+  static_cast<void>(IndexGate::visit(folder, compare));
   if (is_anothers) refuse("the name", address.name, "it is the physical name of another document");
 }
 

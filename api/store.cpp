@@ -239,18 +239,37 @@ std::string root_of(const vu_settings& settings) {
   return path_of(path.c_str());
 }
 
+/// Creates again what an earlier call could not create, or what was removed since.
+/// @throws Refusal if an area has no folder
+void require_areas() {
+  for (const auto type :
+       {STG::CorporateRepository, STG::UserFilesRepository, STG::MailRepository}) {
+    const std::string& folder = area_folder(type);
+    if (vu_file::is_dir(folder)) continue;
+    make_folders(folder);
+    if (!vu_file::is_dir(folder))
+      throw Refusal{VU_FAILED, "the folder does not exist and cannot be created",
+                    told_path(folder)};
+  }
+  Call::current().forget();
+}
+
 /// Joins the storage that is open. @throws Refusal if its root or layout is another.
 vu_status join(const vu_settings& settings, const std::string& root) {
   if (!StorageGate::initialised())
     throw Refusal{VU_NO_TREE, "no storage is open; open one with a root", {}};
   const std::string& in_force = vu_storage::getStoragePath();
-  if (settings.root == nullptr) return VU_ALREADY;
+  if (settings.root == nullptr) {
+    require_areas();
+    return VU_ALREADY;
+  }
   const bool has_shared_folders = (settings.flags & VU_SHARED_FOLDERS) != 0;
   if (in_force != root + "\\storage")
     throw Refusal{VU_REFUSED, "this process has opened another root", told_path(in_force)};
   if (has_shared_folders == StorageGate::owners_have_folders())
     throw Refusal{VU_REFUSED, "this process has opened the root with another VU_SHARED_FOLDERS",
                   told_path(in_force)};
+  require_areas();
   return VU_ALREADY;
 }
 

@@ -120,16 +120,17 @@ struct Place {
 
   std::string path() const { return folder + "\\" + file; }
 };
-/// Size and times of a version's file; -1 if the system cannot tell.
-inline vu_info info_of(const std::string& path, std::int64_t version) {
-  vu_info info = VU_INFO_INIT;
+/// Sets version, size and times of a version's file; -1 where the system cannot tell.
+inline os::Status describe_file(const std::string& path, std::int64_t version, vu_info& info) {
+  info = VU_INFO_INIT;
   info.version = version;
   os::FileStat found;
-  if (!os::stat(path, found).ok()) return info;
+  const os::Status status = os::stat(path, found);
+  if (!status.ok()) return status;
   info.size = static_cast<std::int64_t>(found.size);
   info.modified = found.modify_time;
   info.accessed = found.access_time;
-  return info;
+  return status;
 }
 
 /// Finds a version. @return false if it does not exist. @throws Refusal if that is unknown.

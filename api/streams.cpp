@@ -60,7 +60,9 @@ void check_served(const Address& address) {
   Address served = address;
   if (!is_exact) served.version = 0;
   const Place place = place_of(served);
-  const auto time = static_cast<std::int32_t>(info_of(place.path(), served.version).modified);
+  vu_info info;
+  static_cast<void>(describe_file(place.path(), served.version, info));
+  const auto time = static_cast<std::int32_t>(info.modified);
   // An unknown time is 0, which is never new enough.
   const bool is_too_old = address.is_corporate() && !is_exact && time < address.version;
   if (time == 0 || is_too_old)

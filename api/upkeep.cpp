@@ -72,17 +72,28 @@ struct Cleaning {
   std::int64_t now;
 
   bool takes_all() const { return older_than == 0; }
-  /// Decides as cleanOutOfDateOutput(): a missing file has the time 0, a time in the future is new.
-  bool is_old(const vu_info& info) const {
+  /// Decides as cleanOutOfDateOutput(): a missing file has the time 0, a time in the future is new,
+  /// and a file stays if the system cannot tell its time.
+  bool is_old(const std::string& path, const os::Status& described, const vu_info& info) const {
+    if (takes_all()) return true;
+    const bool is_missing = described.failure() == os::Failure::kNotFound;
+    if (!described.ok() && !is_missing) {
+      Call::current().hear(vu_host::trace_event::warning,
+                           "the system cannot tell the time of the file, so it stays");
+      Call::current().hear_failure(path, described.code());
+      return false;
+    }
     const std::int64_t time = (flags & VU_BY_ACCESS) != 0 ? info.accessed : info.modified;
-    return takes_all() || now - (info.size < 0 ? 0 : time) > older_than;
+    return now - (is_missing ? 0 : time) > older_than;
   }
   /// Passes the versions that are too old to the callback. @return their number.
   std::int64_t forecast(const std::string& owner, const std::string& folder) const {
     std::int64_t count = 0;
-    IndexGate::visit(folder, [&](std::string_view logical, long version, const std::string& file) {
-      const vu_info info = info_of(folder + "\\" + file, version);
-      if (!is_old(info)) return true;
+    const auto judge = [&](std::string_view logical, long version, const std::string& file) {
+      const std::string path = folder + "\\" + file;
+      vu_info info;
+      const os::Status described = describe_file(path, version, info);
+      if (!is_old(path, described, info)) return true;
       ++count;
       if (visit == nullptr) return true;
       const std::string name = told_name(logical);
@@ -91,7 +102,9 @@ struct Cleaning {
                               told_file.c_str(), info};
       go_on([&] { return visit(context, &entry); });
       return true;
-    });
+    };
+    // A folder that cannot be listed was heard of.
+    static_cast<void>(visit_entries(folder, judge));
     return count;
   }
   std::int64_t clean(const std::string& folder) const {

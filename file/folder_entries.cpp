@@ -6,13 +6,10 @@ using path_text::Encoding;
 using path_text::ends_in_separator;
 using path_text::with_separator;
 
-os::Listing folder_entries(const std::string& folder) {
-  os::Listing entries;
+os::Status folder_entries(const std::string& folder, os::Listing& entries) {
   // with_separator() would turn the empty name into the current folder.
-  if (folder.empty()) return entries;
-  // As in filenames(), a failed listing is an empty one.
-  static_cast<void>(os::list(with_separator(folder, Encoding::kNarrow), entries));
-  return entries;
+  if (folder.empty()) return {};
+  return os::list(with_separator(folder, Encoding::kNarrow), entries);
 }
 
 os::Status find_entry(const std::string& path) {

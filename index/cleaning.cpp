@@ -263,6 +263,14 @@ void sweep_orphans(IndexState& own, const IndexState& now, const vu_utf8string& 
   }
 }
 
+void report_if_not_listed(FolderFiles& files) {
+  const os::Status status = files.why_not_listed();
+  if (status.ok()) return;
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  VU_ERROR("STGIndex: orphans stay, for the folder cannot be listed: ", files.folder(), ", error ",
+           status.code());
+}
+
 }  // namespace
 
 unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const unsigned long& maxAge,
@@ -299,6 +307,7 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
   const bool is_loaded = index.m_state->loaded() != nullptr;
   const bool is_known = !index.m_state->has_unknown_lines();
   const UtfNames orphans = limit != 0 && is_known ? names.orphans() : UtfNames();
+  if (limit != 0) report_if_not_listed(index.m_state->files());
   if (is_loaded && is_known && !has_adopted && orphans.empty()) return removed;
 
   // Required: the sweep loads the index a second time. If that load adopts a file, its save waits

@@ -29,8 +29,19 @@ void FolderFiles::take(os::Listing listing) {
 }
 
 const os::Listing& FolderFiles::listing() {
-  if (!m_names) take(folder_entries(m_folder));
+  if (!m_names) {
+    os::Listing listing;
+    m_listed = folder_entries(m_folder, listing);
+    take(std::move(listing));
+  }
   return m_listing;
+}
+
+os::Status FolderFiles::why_not_listed() {
+  listing();
+  const bool is_missing =
+      m_listed.failure() == os::Failure::kNotFound || m_listed.failure() == os::Failure::kNoName;
+  return is_missing ? os::Status() : m_listed;
 }
 
 bool FolderFiles::may_be_missing(os::Entry listed) const {

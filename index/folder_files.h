@@ -49,6 +49,9 @@ class FolderFiles {
   /// The listing, in the system's order; empty if the folder cannot be listed.
   const os::Listing& listing();
 
+  /// The failure if the folder exists, but cannot be listed. Then its orphans are not seen.
+  os::Status why_not_listed();
+
   /// The name at a position that a look-up returned. Valid as long as the object.
   std::string_view name_of(std::size_t file) const { return m_listing[file].name; }
 
@@ -91,6 +94,7 @@ class FolderFiles {
 
   std::string m_folder;
   os::Listing m_listing;
+  os::Status m_listed;               ///< the result of listing the folder
   std::optional<NameIndex> m_names;  ///< of m_listing; nothing before the listing
   bool m_are_sure = false;           ///< an existence test finds all listed names
   std::string m_path;

@@ -6,7 +6,7 @@
 #include "index/index_state.h"
 #include "index/name_list.h"
 
-bool IndexGate::visit(const std::string& folder, const Visit& visit) {
+os::Status IndexGate::visit(const std::string& folder, const Visit& visit) {
   STGIndex index(folder);
   index.close();
   bool goes_on = true;
@@ -22,12 +22,21 @@ bool IndexGate::visit(const std::string& folder, const Visit& visit) {
         }
       },
       visit_entry);
-  return goes_on;
+  return adopts() ? index.m_state->files().why_not_listed() : os::Status();
 }
 
 void IndexGate::visit_files(const std::string& folder, const VisitFile& visit) {
   const STGIndex index(folder);
   visit_physical_names(*index.m_state, visit);
+}
+
+std::optional<std::string> IndexGate::file_of(const std::string& folder, const std::string& logical,
+                                              long version) {
+  const STGIndex index(folder);
+  const std::string key = STGIndex::entryAndTS(logical, version);
+  const auto stored = index.m_state->find(key);
+  if (!stored) return std::nullopt;
+  return index_format::file_name_of(key, *stored);
 }
 
 bool IndexGate::remove_if(const std::string& folder, const std::string& logical, long version,

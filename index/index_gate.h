@@ -1,9 +1,11 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "platform/os/os.h"
 #include "stg_index.h"
 
 /// Access to the entries of an index without a map of them.
@@ -14,9 +16,10 @@ struct IndexGate {
   /// Loads a folder's index like a query of STGIndex and releases its lock. Then calls @p visit for
   /// each entry, in the order of the keys, until @p visit returns false. There is no lock during
   /// these calls, so @p visit may use the library. If the load adopted files, a save follows.
-  /// @return whether all entries were visited.
+  /// @return the failure if synchronisation is on, but the folder cannot be listed: then no orphan
+  /// was adopted.
   /// @throws like STGIndex::plValues(), and any exception of @p visit.
-  static bool visit(const std::string& folder, const Visit& visit);
+  static os::Status visit(const std::string& folder, const Visit& visit);
 
   using VisitFile = std::function<void(std::string_view file, std::string_view logical)>;
 
@@ -24,6 +27,11 @@ struct IndexGate {
   /// index is locked for reading. The views are valid during the call.
   /// @throws like STGIndex::plValues(), and any exception of @p visit.
   static void visit_files(const std::string& folder, const VisitFile& visit);
+
+  /// The file of an entry, or nothing if the entry does not exist. Unlike STGIndex::exists(), it
+  /// does not look for a file with the logical name. @throws like STGIndex::exists()
+  static std::optional<std::string> file_of(const std::string& folder, const std::string& logical,
+                                            long version);
 
   using Condition = std::function<bool(const std::string& file)>;
 

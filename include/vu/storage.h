@@ -223,7 +223,8 @@ typedef struct vu_settings {
  * @return VU_DONE: this call initialised the storage. VU_ALREADY: the storage was open with this
  *   root already; the handle is valid. VU_REFUSED: it is open with another root or layout; the path
  *   in vu_last_error() is the one in use. VU_NO_TREE: the root is not a folder, or it is null and
- *   no storage is open. VU_FAILED: the folders cannot be created.
+ *   no storage is open. VU_FAILED: a folder of the storage cannot be created; the process keeps
+ *   this root, and a later call tries again.
  */
 VU_C_API vu_status vu_open_store(const vu_settings* settings, vu_store** store);
 
@@ -391,8 +392,9 @@ VU_C_API vu_status vu_copy_out(vu_store* store, const vu_document* document, con
  * version open do not delay the call. Its parts stay until vu_clean() sweeps them. Waits for
  * readers and writers of the index and of the files with such lines.
  * @return VU_NOTHING_MATCHED: there is no such version. VU_FAILED: the system keeps the file, as
- *   Windows can do while it is open; the version stays. VU_PARTLY_DONE: the version is removed; a
- *   dangling entry or a line that names it stays.
+ *   Windows can do while it is open; the version stays. VU_REFUSED: another file in the folder
+ *   bears the document's name and hides the version; both stay. VU_PARTLY_DONE: the version is
+ *   removed; a dangling entry or a line that names it stays.
  */
 VU_C_API vu_status vu_remove(vu_store* store, const vu_document* document);
 
@@ -543,11 +545,12 @@ typedef int32_t (*vu_name_visitor)(void* context, const char* name);
 
 /**
  * Calls `visit` for each version of an owner's documents in one area: folder by folder, within a
- * folder by name and version. Each folder is read once, when its turn comes; later changes are not
- * seen.
+ * folder in byte-wise order of the keys: `a.b_0000000001` comes before `a_0000000001`. Each folder
+ * is read once, when its turn comes; later changes are not seen.
  * @param owner may be null where owners share folders.
  * @param flags VU_WITH_INFO.
- * @return VU_DONE, also when there are no documents. Waits for writers of each index.
+ * @return VU_DONE, also when there are no documents. VU_PARTLY_DONE: a folder cannot be listed, so
+ *   its orphans are not adopted. Waits for writers of each index.
  */
 VU_C_API vu_status vu_each_document(vu_store* store, int32_t area, const char* owner,
                                     uint32_t flags, vu_entry_visitor visit, void* context);
@@ -663,10 +666,10 @@ VU_C_API vu_status vu_clean(vu_store* store, int32_t area, const char* owner, in
  * Migrates an owner's mail folder: escaped file names become entries of the index and of the read
  * list. Not atomic: another call continues the work. The read list is written last. After an
  * interruption it can keep escaped names, which another call does not repair.
- * @return VU_DONE, also for a folder that is migrated already. VU_NOTHING_MATCHED: the owner has no
- *   mail folder. VU_REFUSED: the storage was opened with VU_NO_ADOPTION, and the migration needs
- *   adoption. VU_USAGE: owners share folders. Waits for readers and writers of the index and the
- *   read list.
+ * @return VU_DONE, with adoption also for a folder that is migrated already. VU_NOTHING_MATCHED:
+ *   the owner has no mail folder. VU_REFUSED: the storage was opened with VU_NO_ADOPTION, and the
+ *   migration needs adoption. VU_USAGE: owners share folders. Waits for readers and writers of the
+ *   index and the read list.
  */
 VU_C_API vu_status vu_migrate_inbox(vu_store* store, const char* owner);
 

@@ -300,3 +300,36 @@ TEST(CProcesses, ADocumentThatAnotherProcessWritesIsWaitedForInTime) {
   EXPECT_EQ(content(where), "last");
   EXPECT_EQ(vu_close_store(hurried), VU_DONE);
 }
+
+TEST(CDetails, AHiddenVersionIsNotRemoved) {
+  const vu_document where = document("hidden", "report.txt", 5, VU_AREA_USER);
+  ASSERT_EQ(put(where, "the version"), VU_DONE);
+  const std::filesystem::path file = native(path_of(where));
+  const std::filesystem::path other = file.parent_path() / "report.txt";
+  write_file(other.string(), "another file");
+  EXPECT_EQ(content(where), "another file");
+  EXPECT_EQ(vu_remove(store(), &where), VU_REFUSED);
+  std::filesystem::remove(other);
+  EXPECT_EQ(content(where), "the version");
+  EXPECT_EQ(vu_remove(store(), &where), VU_DONE);
+}
+
+TEST(CDetails, AnAreaThatIsMissingIsCreatedAgain) {
+  const vu_document mail = document("areas", "mail.kdb", 0, VU_AREA_MAIL);
+  const std::filesystem::path area = native(program_store().root.path("storage\\mail"));
+  const std::filesystem::path aside = native(program_store().root.path("aside"));
+  std::filesystem::rename(area, aside);
+  write_file(area.string(), "a file is in the way");
+  vu_status status = VU_DONE;
+  EXPECT_EQ(program_store().open(0, 0, status), nullptr);
+  EXPECT_EQ(status, VU_FAILED);
+  EXPECT_EQ(last_error().path, area.string());
+  std::filesystem::remove(area);
+  vu_store* const again = program_store().open(0, 0, status);
+  EXPECT_EQ(status, VU_ALREADY);
+  EXPECT_TRUE(std::filesystem::is_directory(area));
+  EXPECT_EQ(vu_close_store(again), VU_DONE);
+  std::filesystem::remove(area);
+  std::filesystem::rename(aside, area);
+  EXPECT_EQ(vu_exists(store(), &mail), VU_NOTHING_MATCHED);
+}
