@@ -28,6 +28,11 @@ void deliver(const vu_host::trace_site& site, vu_host::trace_event event, const 
   if (vu_host::trace_sink* const s = sink()) s->event(site, event, text);
 }
 
+void deliver_beginning(vu_host::trace_event event, std::string_view text) noexcept {
+  if (event != vu_host::trace_event::success && t_listener != nullptr)
+    t_listener->hear(event, text);
+}
+
 void deliver_message(const vu_host::trace_site& site, const std::string& text) {
   if (vu_host::trace_sink* const s = sink()) s->scope_message(site, text);
 }

@@ -18,8 +18,8 @@
 ///     VU_WARNING("vu_file::size : '", path, "' not exists");
 ///
 /// Without a sink, a scope and a record at a level cost one load and one branch each. A macro uses
-/// its pieces only if the sink or the listener wants the text. No macro throws: a text for which
-/// there is no memory is dropped.
+/// its pieces only if the sink or the listener wants the text. No macro throws. A text for which
+/// there is no memory is dropped; the listener receives the beginning of an event in any case.
 namespace trace {
 
 // Keeps the code that builds texts separate from operations that trace nothing.
@@ -37,6 +37,7 @@ inline vu_host::trace_sink* sink() { return g_sink.load(std::memory_order_acquir
 /// Receives the warnings and errors of one thread, in addition to the host's sink.
 class Listener {
  public:
+  /// @param text only the first piece if there is no memory for all of them.
   virtual void hear(vu_host::trace_event event, std::string_view text) noexcept = 0;
   /// The system's code and the file of a failure. Its record comes directly before or after this.
   virtual void hear_failure(std::string_view path, std::int32_t code) noexcept = 0;
@@ -69,6 +70,15 @@ inline void append(std::string& text, const vu_utf8string& piece) { text += piec
 void deliver(const vu_host::trace_site& site, vu_host::trace_level level, const std::string& text);
 void deliver(const vu_host::trace_site& site, vu_host::trace_event event, const std::string& text);
 void deliver_message(const vu_host::trace_site& site, const std::string& text);
+
+/// The first piece of a text, if it is a text itself. Needs no memory.
+template <class First, class... Rest>
+std::string_view beginning_of(const First& first, const Rest&...) noexcept {
+  if constexpr (std::convertible_to<const First&, std::string_view>) return first;
+  return {};
+}
+void deliver_beginning(vu_host::trace_event event, std::string_view text) noexcept;
+inline void deliver_beginning(vu_host::trace_level, std::string_view) noexcept {}
 
 /// The place of a scope in the code; a constant of the operation.
 struct ScopeSite {
@@ -125,7 +135,8 @@ void emit(const vu_host::trace_site& site, Kind kind, const Pieces&... pieces) n
     (append(text, pieces), ...);
     deliver(site, kind, text);
   } catch (...) {
-    // There is no memory for the text: the record is dropped.
+    // There is no memory for the text. A call that counts its failures must not miss this one.
+    deliver_beginning(kind, beginning_of(pieces...));
   }
 }
 

@@ -6,11 +6,13 @@
 #include <cstdlib>
 #include <new>
 #include <string>
+#include <utility>
 
 #include "index/folder_files.h"
 #include "stg_index.h"
 #include "tests/support/index_peer.h"
 #include "tests/support/scratch.h"
+#include "tests/unit/c_interface_fixture.h"
 
 // The peak memory of an existence query, and the state after a rename without memory. The replaced
 // operators count the allocations of this thread, with the allocator's sizes. They fail on request.
@@ -23,6 +25,8 @@ thread_local std::ptrdiff_t g_peak = 0;
 constexpr std::ptrdiff_t kAll = -1;
 /// The number of allocations that still succeed before one fails.
 thread_local std::ptrdiff_t g_left = kAll;
+/// After that failure, the number of allocations that succeed before another one fails.
+thread_local std::ptrdiff_t g_left_then = kAll;
 
 void taken(void* memory) {
   if (!g_counting) return;
@@ -38,7 +42,10 @@ void given_back(void* memory) {
 }  // namespace
 
 void* operator new(std::size_t size) {
-  if (g_left != kAll && g_left-- == 0) throw std::bad_alloc();
+  if (g_left != kAll && g_left-- == 0) {
+    g_left = std::exchange(g_left_then, kAll);
+    throw std::bad_alloc();
+  }
   void* const memory = std::malloc(size == 0 ? 1 : size);
   if (memory == nullptr) throw std::bad_alloc();
   taken(memory);
@@ -163,6 +170,44 @@ TEST(Heap, ThatRunsOutInARenameLeavesTheEntriesFromBeforeOrFromAfter) {
     }
   }
   EXPECT_GT(nth, 20);
+}
+
+class HeapOfTheCInterface : public CInterfaceTest {};
+
+TEST_F(HeapOfTheCInterface, ThatRunsOutInATraceDoesNotHideARefusedSave) {
+  // A failed write is traced by two records. There is memory again between them and after them.
+  constexpr std::ptrdiff_t kFirst = 15;
+  constexpr std::ptrdiff_t kSecond = 5;
+  const vu_document next = document("c.txt");
+  int refused = 0;
+  bool is_over = false;
+  for (std::uint64_t nth = 1; !is_over; ++nth) {
+    for (std::ptrdiff_t i = 0; i < kFirst * kSecond; ++i) {
+      SCOPED_TRACE(testing::Message() << "write " << nth << ", allocations " << i / kSecond
+                                      << " and then " << i % kSecond);
+      vu_status status = VU_DONE;
+      {
+        const auto fault = faults::fail(Call::write, kRefused, nth);
+        const auto hook = faults::before(
+            Call::write,
+            [&] {
+              g_left_then = i % kSecond;
+              g_left = i / kSecond;
+            },
+            nth);
+        status = vu_rename(m_store, &m_document, &next, 0);
+        is_over = fault.hits() == 0;
+        g_left = g_left_then = kAll;
+      }
+      const bool is_made = status == VU_DONE || status == VU_PARTLY_DONE;
+      refused += is_made ? 0 : 1;
+      // Without memory a call can fail to find out that its save has succeeded.
+      EXPECT_TRUE(content(next) == "old" || !is_made) << vu_status_name(status);
+      if (content(m_document) != "old") put(m_document, "old", 0);
+      vu_remove(m_store, &next);
+    }
+  }
+  EXPECT_GT(refused, 20);
 }
 
 }  // namespace

@@ -336,6 +336,29 @@ TEST_F(TraceFacility, DropsARecordThatCannotBeBuiltAndGoesOn) {
   EXPECT_EQ(sink.events(trace_event::warning), Texts{"the next one"});
 }
 
+TEST_F(TraceFacility, TellsTheListenerOfAnEventThatCannotBeBuiltByItsBeginning) {
+  class Listener final : public trace::Listener {
+   public:
+    Listener() { trace::listener_place() = this; }
+    ~Listener() { trace::listener_place() = nullptr; }
+    void hear(trace_event event, std::string_view text) noexcept override {
+      heard.push_back((event == trace_event::error ? "error: " : "warning: ") + std::string(text));
+    }
+    void hear_failure(std::string_view, std::int32_t) noexcept override {}
+    Texts heard;
+  };
+  const recording_sink sink;
+  const Listener listener;
+  VU_TRACE_SCOPE("source", trace_level::m);
+  VU_ERROR("a beginning ", 7, observed::Broken());
+  VU_WARNING(std::string("a string"), observed::Broken());
+  VU_ERROR(observed::Broken(), "the rest");
+  VU_SUCCESS("done", observed::Broken());
+  VU_TRACE_S("a record", observed::Broken());
+  EXPECT_EQ(listener.heard, (Texts{"error: a beginning ", "warning: a string", "error: "}));
+  EXPECT_EQ(sink.count(traced::kind_t::event), 0U) << "a sink may need memory, too";
+}
+
 TEST_F(TraceFacility, GoesOnWithoutAScopeWhoseLabelCannotBeBuilt) {
   const recording_sink sink;
   {
