@@ -135,16 +135,7 @@ Answer is_entered(const std::string& folder, const std::string& name, long versi
 }
 
 NewFile::~NewFile() {
-  if (m_is_kept || !is_made()) return;
-  if (is_entered() != Answer::kNo) return;
-  try {
-    if (remove_plain_file(path())) return;
-    // A copy can be read-only, like its source.
-    vu_file::chmodW(path());
-    vu_file::remove(path());
-  } catch (...) {
-    // It stays.
-  }
+  if (!m_is_kept && is_made() && is_entered() == Answer::kNo) remove_new_file(path());
 }
 
 bool create_entry(const std::string& name, Place& place) {

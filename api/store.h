@@ -156,7 +156,8 @@ bool create_entry(const std::string& name, Place& place);
 /// entry, or cannot be read.
 ///
 /// Order of calls: construct it, then run the operation; then keep(), if it reported no failure.
-/// Errors: none; what the destructor cannot remove stays, as after an interruption. Threads: one.
+/// Errors: none; a file that the destructor cannot remove is traced, and stays an orphan. Threads:
+/// one.
 class NewFile {
  public:
   NewFile(std::string folder, std::string name, long version)

@@ -21,8 +21,12 @@ bool copy_and_flush(const std::string& src, const std::string& dst);
 
 /// Creates an empty file, and waits until it is on the device: an index that names it may be there
 /// first. @return false if the name is taken. @throws vu_file_except after another failure, which
-/// is traced; then it has tried to remove the file again.
+/// is traced; then it has called remove_new_file().
 bool create_new_file(const std::string& path);
+
+/// Removes a new file again, because no entry names it. Traces an error if the file stays: it is an
+/// orphan then.
+void remove_new_file(const std::string& path) noexcept;
 
 /// Removes a plain file that its owner can write, and nothing else: the work of vu_file::chmodW()
 /// and vu_file::remove() in fewer system calls. An exception is traced like one of the latter.

@@ -1,3 +1,4 @@
+#include <optional>
 #include <utility>
 
 #include "file/file_internal.h"
@@ -249,12 +250,7 @@ class CreatedFile {
     } catch (...) {
       // Nothing was written through it.
     }
-    if (m_is_kept) return;
-    try {
-      static_cast<void>(os::remove_file(m_path));
-    } catch (...) {
-      // It stays, as after an interruption.
-    }
+    if (!m_is_kept) remove_new_file(m_path);
   }
   CreatedFile(const CreatedFile&) = delete;
   CreatedFile& operator=(const CreatedFile&) = delete;
@@ -279,12 +275,28 @@ bool create_new_file(const std::string& path) {
   os::Handle handle = os::kNoHandle;
   os::Status made = os::open(path, os::Access::kCreateNew, handle);
   if (made.failure() == os::Failure::kAlreadyExists) return false;
-  if (made.ok()) made = CreatedFile(path, handle).flush();
+  std::optional<CreatedFile> file;
+  if (made.ok()) made = file.emplace(path, handle).flush();
   if (made.ok()) return true;
   if (trace::Listener* const listener = trace::listener())
     listener->hear_failure(path, made.code());
   VU_ERROR("the new file cannot be created: ", path, ", error ", made.code());
   throw vu_file_except("throw exception on open", 0);
+}
+
+void remove_new_file(const std::string& path) noexcept {
+  VU_FILE_SCOPE();
+  try {
+    if (!remove_plain_file(path)) {
+      // A copy can be read-only, like its source.
+      vu_file::chmodW(path);
+      vu_file::remove(path);
+    }
+    if (find_entry(path).failure() == os::Failure::kNotFound) return;
+  } catch (...) {
+    // It may be there.
+  }
+  VU_ERROR("the new file cannot be removed, no entry names it: ", path);
 }
 
 // ---- names -------------------------------------------------------------------------------------

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/recording_sink.h"
 #include "tests/unit/c_interface_fixture.h"
 #include "vu/storage.h"
 #include "vu_file.h"
@@ -394,6 +395,34 @@ TEST_F(CInterfaceFaults, ANewFileIsOnTheDeviceBeforeTheIndexNamesIt) {
   EXPECT_EQ(fault.hits(), 1U);
   EXPECT_EQ(vu_file::filenames(folder).size(), before);
   EXPECT_EQ(files(), std::vector<std::string>{"a.txt"});
+}
+
+TEST_F(CInterfaceFaults, ANewFileThatCannotBeRemovedAgainIsNamedAndSweptLater) {
+  const vu_document next = document("c.txt");
+  const std::size_t before = count_of_files();
+  // Flush 2 is that of the new file. Write 2 is that of the index: then the file is there already.
+  for (const Call call : {Call::flush, Call::write}) {
+    std::string cause;
+    std::vector<std::string> errors;
+    {
+      const auto refused = faults::fail(call, kRefused, 2);
+      const auto stays = faults::fail(Call::remove_file, kRefused, 1, Times::kLasting);
+      const recording_sink sink;
+      EXPECT_EQ(vu_key_set(m_store, &next, "line", "value"), VU_FAILED);
+      EXPECT_EQ(refused.hits(), 1U) << faults::name(call);
+      EXPECT_GE(stays.hits(), 1U) << faults::name(call);
+      cause = last_error().text;
+      errors = sink.events(vu_host::trace_event::error);
+    }
+    EXPECT_EQ(count_of_files(), before + 1) << faults::name(call);
+    EXPECT_NE(errors.front().find(cause), std::string::npos) << errors.front() << cause;
+    EXPECT_TRUE(errors.back().starts_with(
+        "the new file cannot be removed, no entry names it: " + m_folder + "\\0"))
+        << errors.back();
+    EXPECT_EQ(content(next), "VU_NOTHING_MATCHED") << faults::name(call);
+    vu_clean(m_store, VU_AREA_USER, "anna", 100'000, 0, nullptr, nullptr, nullptr);
+    EXPECT_EQ(count_of_files(), before) << faults::name(call);
+  }
 }
 
 TEST_F(CInterfaceFaults, ALineIsNotLostByAFailureThatWasSurvived) {
