@@ -129,6 +129,8 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
   const auto old_stored = m_state->find(old_key);
   if (!old_stored) return m_state->unknown_line(old_key) == nullptr;
   if (m_state->unknown_line(new_key) != nullptr) return false;
+  // The save would keep the line of such an entry and then remove its file.
+  if (m_state->is_made(old_key)) return false;
 
   // Required: the save removes the files of the old entry and of the entry that it replaces. Until
   // then readers find both entries, even after an interruption.

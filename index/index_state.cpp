@@ -213,6 +213,11 @@ void IndexState::file_is_made(const std::string& key, Making how) {
   change.making = m_makings.size() - 1;
 }
 
+bool IndexState::is_made(std::string_view key) const {
+  const std::size_t change = m_by_key.find(key);
+  return change != Changes::kNone && m_by_key[change].making != Changes::kNone;
+}
+
 void IndexState::remove_after_save(const std::string& file, IfItStays if_it_stays) {
   file_changes(file);
   m_files_to_remove.emplace(file, if_it_stays);

@@ -156,6 +156,8 @@ class IndexState {
   void remove_after_save(const std::string& file, IfItStays if_it_stays);
   /// Whether the file of an entry may also be the file of an entry with another key.
   bool is_anothers(const std::string& key, const std::string& stored) const;
+  /// Whether this instance has created the file of an entry.
+  bool is_made(std::string_view key) const;
   /// Whether a scheduled file has this generated name, with or without an extension.
   bool is_to_be_removed(const std::string& name) const;
   /// Cancels a scheduled removal.
