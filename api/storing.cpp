@@ -241,42 +241,54 @@ vu_status remove_copied(const Address& address, const Place& copied) {
   return status_of_removal();
 }
 
-vu_status rename(const Store& settings, const vu_document* from, const vu_document* to,
-                 std::uint32_t flags) {
-  require((flags & ~std::uint32_t{VU_REPLACE}) == 0, "unknown flags");
-  Address old_address = address_of(settings, from, Version::kAny);
-  const Address address = address_of(settings, to, Version::kNamed);
-  const Place old = place_of(old_address);
-  old_address.version = old.version;
+/// Copies a version to another folder, then removes the old one.
+vu_status move(const Address& from, const Place& old, const Address& to, std::uint32_t flags) {
+  wait_for_index(old.folder);
+  std::exception_ptr left;
+  try {
+    store(to, {nullptr, 0, old.path()}, flags, nullptr);
+  } catch (...) {
+    if (!Call::current().is_changed()) throw;
+    left = std::current_exception();
+  }
+  const vu_status status = remove_copied(from, old);
+  if (left) std::rethrow_exception(left);
+  return status;
+}
+
+vu_status rename_found(const Address& from, const Place& old, const Address& to,
+                       std::uint32_t flags) {
   Place place;
-  const bool existed = find(address, place);
+  const bool existed = find(to, place);
   if (existed && place.path() == old.path()) return VU_DONE;
   if (existed && (flags & VU_REPLACE) == 0)
     throw Refusal{VU_ALREADY, "the version exists; set VU_REPLACE to replace it",
                   told_path(place.path())};
   std::string folder;
-  if (!find_folder(address, true, folder)) throw Refusal{VU_FAILED, {}, {}};
-  if (folder != old.folder) {
-    wait_for_index(old.folder);
-    std::exception_ptr left;
-    try {
-      store(address, {nullptr, 0, old.path()}, flags, nullptr);
-    } catch (...) {
-      if (!Call::current().is_changed()) throw;
-      left = std::current_exception();
-    }
-    const vu_status status = remove_copied(old_address, old);
-    if (left) std::rethrow_exception(left);
-    return status;
-  }
+  if (!find_folder(to, true, folder)) throw Refusal{VU_FAILED, {}, {}};
+  if (folder != old.folder) return move(from, old, to, flags);
   wait_for_index(folder);
-  const bool is_whole = rename_entry(folder, old_address.name, old_address.version, address);
-  const vu_status status = existed ? without_derived(address, place) : done_unless_told();
+  const bool is_whole = rename_entry(folder, from.name, from.version, to);
+  const vu_status status = existed ? without_derived(to, place) : done_unless_told();
   // Required: without a limit. After the save, the status must say what happened.
   const LockLimit none(std::nullopt);
-  if (stays(old_address, old)) throw Refusal{VU_PARTLY_DONE, kOldOneStays, told_path(old.path())};
+  if (stays(from, old)) throw Refusal{VU_PARTLY_DONE, kOldOneStays, told_path(old.path())};
   return is_whole ? status
                   : partly_done("the version has its new name, but an old file may stay", folder);
+}
+
+vu_status rename(Address from, const Address& to, std::uint32_t flags) {
+  for (int tries = 0;; ++tries) {
+    const Place old = place_of(from);
+    from.version = old.version;
+    try {
+      return rename_found(from, old, to, flags);
+    } catch (const Refusal&) {
+      // Without a failure another program has removed or replaced the version.
+      const Call& call = Call::current();
+      if (call.is_changed() || call.heard_failure() || !has_moved(old, tries)) throw;
+    }
+  }
 }
 
 constexpr std::uint32_t kStoreFlags = VU_REPLACE | VU_IN_PLACE;
@@ -328,6 +340,8 @@ vu_status vu_rename(vu_store* store, const vu_document* from, const vu_document*
                     uint32_t flags) {
   return run("vu_rename", [&]() -> vu_status {
     const StoreUse use(store);
-    return api::rename(*use, from, to, flags);
+    api::require((flags & ~std::uint32_t{VU_REPLACE}) == 0, "unknown flags");
+    const api::Address old_address = api::address_of(*use, from, Version::kAny);
+    return api::rename(old_address, api::address_of(*use, to, Version::kNamed), flags);
   });
 }

@@ -405,9 +405,9 @@ VU_C_API vu_status vu_remove(vu_store* store, const vu_document* document);
  * by vu_remove(). Documents of VU_AREA_DOCS are spread over folders by name: a new name nearly
  * always means another folder.
  *
- * Another program may store the version `from` during the call. If that version has another file
- * than the copied one, it stays, and the call returns VU_DONE: the new version came after the
- * rename. Bytes that another program writes in place into the copied file are lost.
+ * Another program may store the version `from` during the call. Before the copy, the call renames
+ * the new version. After it, a version with another file than the copied one stays, and the call
+ * returns VU_DONE. Bytes that another program writes in place into the copied file are lost.
  *
  * @param flags VU_REPLACE; without it VU_ALREADY if a version `to` exists.
  * @return VU_NOTHING_MATCHED: there is no version `from`. VU_PARTLY_DONE: the version has its new

@@ -91,8 +91,9 @@ TEST_F(CInterfaceChanges, WhatAnotherProgramStoresDuringARenameIsNotLost) {
       };
       {
         const auto hook = faults::before(Call::open, store, nth);
-        rename(m_document, to);
+        const vu_status status = rename(m_document, to);
         if (hook.hits() == 0) break;
+        EXPECT_TRUE(is_made(status)) << to.name << nth << vu_status_name(status);
       }
       const bool is_kept = content(m_document) == "other" || content(to) == "other";
       EXPECT_TRUE(is_kept || !is_made(stored)) << to.name << nth;
@@ -101,6 +102,33 @@ TEST_F(CInterfaceChanges, WhatAnotherProgramStoresDuringARenameIsNotLost) {
       ASSERT_LT(nth, 1000U);
     }
     EXPECT_GT(times_stored, 3) << to.name;
+    start_anew();
+  }
+  EXPECT_EQ(vu_close_store(hurried), VU_DONE);
+}
+
+TEST_F(CInterfaceChanges, ARenameOfWhatAnotherProgramRemovesHasNothingToRename) {
+  vu_store* const hurried = hurried_store(VU_NO_WAIT);
+  for (const vu_document& to : {m_far, m_next}) {
+    int times_removed = 0;
+    for (std::uint64_t nth = 1;; ++nth) {
+      vu_status removed = VU_FAILED;
+      const auto remove = [&] {
+        removed = elsewhere([&] { return vu_remove(hurried, &m_document); });
+      };
+      {
+        const auto hook = faults::before(Call::open, remove, nth);
+        const vu_status status = rename(m_document, to);
+        if (hook.hits() == 0) break;
+        EXPECT_TRUE(is_made(status) || status == VU_NOTHING_MATCHED)
+            << to.name << nth << vu_status_name(status) << last_error().text;
+        EXPECT_EQ(content(to), is_made(status) ? "old" : "VU_NOTHING_MATCHED") << to.name << nth;
+      }
+      times_removed += is_made(removed) ? 1 : 0;
+      start_anew();
+      ASSERT_LT(nth, 1000U);
+    }
+    EXPECT_GT(times_removed, 3) << to.name;
     start_anew();
   }
   EXPECT_EQ(vu_close_store(hurried), VU_DONE);
