@@ -244,16 +244,17 @@ vu_status remove_copied(const Address& address, const Place& copied) {
 /// Copies a version to another folder, then removes the old one.
 vu_status move(const Address& from, const Place& old, const Address& to, std::uint32_t flags) {
   wait_for_index(old.folder);
+  vu_status stored = VU_DONE;
   std::exception_ptr left;
   try {
-    store(to, {nullptr, 0, old.path()}, flags, nullptr);
+    stored = store(to, {nullptr, 0, old.path()}, flags, nullptr);
   } catch (...) {
     if (!Call::current().is_changed()) throw;
     left = std::current_exception();
   }
-  const vu_status status = remove_copied(from, old);
+  const vu_status removed = remove_copied(from, old);
   if (left) std::rethrow_exception(left);
-  return status;
+  return stored != VU_DONE ? stored : removed;
 }
 
 vu_status rename_found(const Address& from, const Place& old, const Address& to,
