@@ -242,16 +242,26 @@ vu_status remove_copied(const Address& address, const Place& copied) {
 }
 
 /// Copies a version to another folder, then removes the old one.
-vu_status move(const Address& from, const Place& old, const Address& to, std::uint32_t flags) {
+/// @param replaced the file of the version that has the new name before; empty if there is none.
+vu_status move(const Address& from, const Place& old, const Address& to, std::uint32_t flags,
+               const std::string& replaced) {
   wait_for_index(old.folder);
   vu_status stored = VU_DONE;
+  std::int32_t how = VU_STORED_AT_ONCE;
   std::exception_ptr left;
   try {
-    stored = store(to, {nullptr, 0, old.path()}, flags, nullptr);
+    stored = store(to, {nullptr, 0, old.path()}, flags, &how);
   } catch (...) {
     if (!Call::current().is_changed()) throw;
     left = std::current_exception();
   }
+  // Required, as within one folder: while the replaced file stays, a program that has loaded the
+  // index before can give it the new name again. Then only the old version has the bytes.
+  if (how == VU_STORED_AT_ONCE && !replaced.empty() && vu_file::exists(replaced))
+    throw Refusal{VU_PARTLY_DONE,
+                  "the version is stored under its new name; the old one stays, because the file "
+                  "that it replaces cannot be removed",
+                  told_path(replaced)};
   const vu_status removed = remove_copied(from, old);
   if (left) std::rethrow_exception(left);
   return stored != VU_DONE ? stored : removed;
@@ -267,7 +277,7 @@ vu_status rename_found(const Address& from, const Place& old, const Address& to,
                   told_path(place.path())};
   std::string folder;
   if (!find_folder(to, true, folder)) throw Refusal{VU_FAILED, {}, {}};
-  if (folder != old.folder) return move(from, old, to, flags);
+  if (folder != old.folder) return move(from, old, to, flags, existed ? place.path() : "");
   wait_for_index(folder);
   const bool is_whole = rename_entry(folder, from.name, from.version, to);
   const vu_status status = existed ? without_derived(to, place) : done_unless_told();

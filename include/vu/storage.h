@@ -352,7 +352,8 @@ enum {
  * @param how may be null; receives VU_STORED_AT_ONCE or VU_STORED_IN_PLACE.
  * @return VU_ALREADY: the version existed when the call began, and VU_REPLACE is not set.
  *   VU_PARTLY_DONE: the version is stored, but something beside it failed, for example removing old
- *   parts or, on Windows, an old file that is open. VU_FAILED: the old version is unchanged.
+ *   parts or, on Windows, an old file that is open. While an old file stays, another program can
+ *   make it the version again: see docs/api.md. VU_FAILED: the old version is unchanged.
  *   Exception: if the system does not tell whether the index was saved, the new version can have
  *   replaced it. In both cases the version is complete, unless it was written in place.
  *
