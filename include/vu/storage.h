@@ -48,7 +48,10 @@
  * Waiting. Calls wait for locks that other handles hold, in this process and in others: without
  * limit, unless vu_settings::wait_ms sets one. The time runs from the start of the call, also while
  * the call works or its callback runs. After that time a lock that is not free is refused at once.
- * (Exception: a call that fails and removes what it has made waits for the index without limit.)
+ * Two waits for the index have no limit, not even with VU_NO_WAIT. After their save, vu_put(),
+ * vu_copy_in() and vu_rename() wait for its writers, to check what the save has left. A call that
+ * fails and removes what it has made waits for its readers and writers.
+ *
  * There are two kinds of locks:
  * - The index of a folder, with its counter. Readers find and list versions; writers change
  *   entries. A call releases the lock before it returns, and before it calls a callback.
@@ -186,7 +189,8 @@ enum {
   VU_NO_GUARD = 8        /**< names are used unchecked */
 };
 
-/** For vu_settings::wait_ms: a call ends at once when another handle holds a lock it needs. */
+/** For vu_settings::wait_ms: a lock that another handle holds is refused at once. "Waiting" above
+ *  names two exceptions. */
 #define VU_NO_WAIT ((int64_t)-1)
 
 /** How to open a store. All fields except `struct_size` and `root` may be zero. */
@@ -195,7 +199,7 @@ typedef struct vu_settings {
   const char* root;   /**< the parent of the folder "storage"; null: the storage that is open */
   uint32_t flags;     /**< VU_MAKE_ROOT, VU_SHARED_FOLDERS, VU_NO_ADOPTION, VU_NO_GUARD */
   uint32_t reserved;  /**< 0 */
-  int64_t wait_ms;    /**< time limit of each call for locks; 0: none, VU_NO_WAIT: no waiting */
+  int64_t wait_ms;    /**< time limit of each call for locks; 0: none; or VU_NO_WAIT */
 } vu_settings;
 
 /** Initialises a vu_settings. */

@@ -336,7 +336,7 @@ class store {
 
   /// Initialises the storage below a root, or joins it if this process has opened it already.
   /// @param wait the time limit of each call for locks, see vu_settings::wait_ms; without a value
-  /// there is no limit, 0 means no waiting.
+  /// there is no limit, 0 means VU_NO_WAIT.
   /// @throws error VU_REFUSED if this process has opened another root, VU_NO_TREE if the folder
   /// does not exist.
   explicit store(const std::filesystem::path& root, options how = options{},

@@ -334,7 +334,7 @@ class Store:
         shared_folders: all owners share the area folders; otherwise each has its own.
         adoption: orphans are adopted.
         guard: names that are not plain file names are refused, see vu_open_store().
-        wait: the time limit of each call for locks; None: no limit, timedelta(0): no waiting.
+        wait: the time limit of each call for locks; None: no limit, timedelta(0): VU_NO_WAIT.
 
         The attribute initialised says whether this call initialised the storage.
         """
