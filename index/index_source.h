@@ -15,16 +15,21 @@ inline constexpr const char* kIndexSource = "stg_index";
 using index_format::kCounterFile;
 using index_format::kIndexFile;
 
-/// The text of the exception that is being handled.
-inline std::string text_of_current_exception() {
+/// The text of the exception that is being handled. Destructors call it while they are unwound, so
+/// it never throws: without memory the text is another one.
+inline std::string text_of_current_exception() noexcept {
   try {
-    throw;
-  } catch (const vu_file_except& e) {
-    return e.what();
-  } catch (const std::exception& e) {
-    return e.what();
+    try {
+      throw;
+    } catch (const vu_file_except& e) {
+      return e.what();
+    } catch (const std::exception& e) {
+      return e.what();
+    } catch (...) {
+      return "unknown exception";
+    }
   } catch (...) {
-    return "unknown exception";
+    return "out of memory";  // so short that it needs none
   }
 }
 

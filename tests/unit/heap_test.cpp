@@ -4,11 +4,13 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
+#include <memory>
 #include <new>
 #include <string>
 #include <utility>
 
 #include "index/folder_files.h"
+#include "platform/host/trace.h"
 #include "stg_index.h"
 #include "tests/support/index_peer.h"
 #include "tests/support/scratch.h"
@@ -170,6 +172,43 @@ TEST(Heap, ThatRunsOutInARenameLeavesTheEntriesFromBeforeOrFromAfter) {
     }
   }
   EXPECT_GT(nth, 20);
+}
+
+TEST(Heap, ThatRunsOutInTheTextOfAFailedSaveDoesNotEndTheProgram) {
+  using Peer = stg_index_test_peer;
+  class Listener final : public trace::Listener {
+   public:
+    Listener() { trace::listener_place() = this; }
+    ~Listener() { trace::listener_place() = nullptr; }
+    void hear(vu_host::trace_event, std::string_view text) noexcept override {
+      is_heard = is_heard || text == "out of memory";
+    }
+    void hear_failure(std::string_view, std::int32_t) noexcept override {}
+    bool is_heard = false;
+  };
+  const synchronisation off{false};
+  const index_folder folder;
+  folder.set_index(" ");
+  Listener listener;
+  bool is_over = false;
+  std::ptrdiff_t nth = 0;
+  for (; !is_over; ++nth) {
+    // They outlive the index: its destructor saves.
+    std::unique_ptr<faults::Fault> fault;
+    std::unique_ptr<faults::Fault> hook;
+    try {
+      STGIndex index = Peer::load(folder.path());
+      Peer::set_need_update(index);
+      fault.reset(new faults::Fault(faults::fail(Call::read, kRefused)));
+      hook.reset(new faults::Fault(faults::before(Call::read, [&] { g_left = nth; })));
+      throw 1;
+    } catch (int) {
+    }
+    is_over = g_left != kAll;
+    g_left = kAll;
+  }
+  EXPECT_TRUE(listener.is_heard);
+  EXPECT_GT(nth, 5);
 }
 
 class HeapOfTheCInterface : public CInterfaceTest {};
