@@ -428,3 +428,54 @@ TEST_F(CInterfaceChanges, ANameWithALineFeedIsNotTwoEntries) {
   EXPECT_EQ(content(m_next), "of another");
   EXPECT_EQ(vu_close_store(bare), VU_DONE);
 }
+
+// ---- what a failure of the system leaves out ----------------------------------------------------
+
+TEST_F(CInterfaceChanges, AFolderThatCannotBeListedIsReportedWhereItsOrphansCount) {
+  std::vector<std::string> told;
+  const auto collect = [](void* context, const vu_entry* entry) -> std::int32_t {
+    static_cast<std::vector<std::string>*>(context)->emplace_back(entry->name);
+    return 0;
+  };
+  const auto list = [&] {
+    told.clear();
+    return vu_each_document(m_store, VU_AREA_USER, "anna", 0, collect, &told);
+  };
+  {
+    const auto fault = faults::fail(Call::list, kRefused, 1, Times::kLasting);
+    EXPECT_EQ(list(), VU_DONE) << "without adoption orphans do not count";
+    std::int64_t count = 0;
+    EXPECT_EQ(vu_clean(m_store, VU_AREA_USER, "anna", 3600, 0, nullptr, nullptr, &count),
+              VU_PARTLY_DONE);
+  }
+  STGIndex::setSynchronizeMode(true);
+  const auto fault = faults::fail(Call::list, kRefused, 1, Times::kLasting);
+  EXPECT_EQ(list(), VU_PARTLY_DONE);
+  EXPECT_EQ(told, std::vector<std::string>{"a.txt"});
+  EXPECT_STREQ(last_error().text, "the folder cannot be listed, so its orphans are not adopted");
+  EXPECT_EQ(last_error().system_code, kRefused.code());
+  EXPECT_EQ(vu_each_version(m_store, &m_document, 0, collect, &told), VU_PARTLY_DONE);
+  // A missing folder has no orphans.
+  EXPECT_EQ(vu_each_document(m_store, VU_AREA_USER, "nobody", 0, collect, &told), VU_DONE);
+}
+
+TEST_F(CInterfaceChanges, AForecastKeepsAFileWithoutAKnownTime) {
+  std::string file;
+  ASSERT_TRUE(STGIndex::exists(m_folder, "a.txt", 0, file));
+  set_modify_time(m_folder + "\\" + file, os::now() - 7200);
+  std::int64_t count = 0;
+  const auto forecast = [&] {
+    return vu_clean(m_store, VU_AREA_USER, "anna", 3600, VU_DRY_RUN, nullptr, nullptr, &count);
+  };
+  EXPECT_EQ(forecast(), VU_DONE);
+  EXPECT_EQ(count, 1);
+  bool is_kept = false;
+  for (std::uint64_t nth = 1;; ++nth) {
+    const auto fault = faults::fail(Call::stat, kRefused, nth);
+    const vu_status status = forecast();
+    if (fault.hits() == 0) break;
+    EXPECT_TRUE(status != VU_DONE || count == 1) << nth;
+    is_kept = is_kept || (status == VU_PARTLY_DONE && count == 0);
+  }
+  EXPECT_TRUE(is_kept);
+}

@@ -351,4 +351,20 @@ TEST_F(IndexEntries, DoNotGetAFileAgainOnceTheyAreRemoved) {
   EXPECT_EQ(folder.names(), (Texts{"00000001.kdb", "index", "index.dat"}));
 }
 
+TEST_F(IndexEntries, RefuseARenameOfAnEntryWhoseFileTheirInstanceHasMade) {
+  folder.write("00000001.kdb", "bytes of a");
+  folder.write("index", "00000001");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  {
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_TRUE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 1));
+    EXPECT_FALSE(Peer::_rename(index, "b.kdb", 1, "c.kdb", 1));
+    Peer::_create(index, "d.kdb", 1);
+    EXPECT_FALSE(Peer::_rename(index, "d.kdb", 1, "e.kdb", 1));
+  }
+  EXPECT_EQ(folder.index(), "b.kdb_0000000001/00000002\nd.kdb_0000000001/00000003\n");
+  EXPECT_EQ(folder.read("00000002.kdb"), "bytes of a");
+  EXPECT_EQ(folder.names(), (Texts{"00000002.kdb", "00000003.kdb", "index", "index.dat"}));
+}
+
 }  // namespace

@@ -309,22 +309,6 @@ TEST_F(IndexRename, ReportsThatAnUnknownEntryStays) {
   EXPECT_FALSE(Peer::need_update(index));
 }
 
-TEST_F(IndexRename, LeavesAnEntryWhoseFileItsInstanceHasMade) {
-  folder.write("00000001.kdb", "bytes of a");
-  folder.write("index", "00000001");
-  folder.set_index("a.kdb_0000000001/00000001\n");
-  {
-    STGIndex index = Peer::load(folder.path());
-    EXPECT_TRUE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 1));
-    EXPECT_FALSE(Peer::_rename(index, "b.kdb", 1, "c.kdb", 1));
-    Peer::_create(index, "d.kdb", 1);
-    EXPECT_FALSE(Peer::_rename(index, "d.kdb", 1, "e.kdb", 1));
-  }
-  EXPECT_EQ(folder.index(), "b.kdb_0000000001/00000002\nd.kdb_0000000001/00000003\n");
-  EXPECT_EQ(folder.read("00000002.kdb"), "bytes of a");
-  EXPECT_EQ(folder.names(), (Texts{"00000002.kdb", "00000003.kdb", "index", "index.dat"}));
-}
-
 TEST_F(IndexRename, LeavesUnknownEntries) {
   const std::string text = "a.kdb_0000000001/00000001\nb.kdb_0000000002/00000002\n";
   folder.write("index", "00000002");
