@@ -41,8 +41,8 @@ bool is_windows() {
   return is;
 }
 
-/// Whether two names may be the same file. On Windows case is ignored, and all characters that are
-/// not ASCII are taken as equal.
+}  // namespace
+
 bool may_be_one_file(std::string_view a, std::string_view b) {
   if (!is_windows()) return a == b;
   const auto fold = [](char c) {
@@ -53,6 +53,8 @@ bool may_be_one_file(std::string_view a, std::string_view b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(),
                     [&](char x, char y) { return fold(x) == fold(y); });
 }
+
+namespace {
 
 /// Whether a name is a device on Windows, with any extension: "nul.txt".
 bool is_device(std::string_view name) {

@@ -68,6 +68,9 @@ inline void check_found(handles::Found found) {
 
 // ---- names -------------------------------------------------------------------------------------
 
+/// Whether two names may be the same file. On Windows case is ignored, and all characters that are
+/// not ASCII are taken as equal.
+bool may_be_one_file(std::string_view a, std::string_view b);
 /// The area for VU_AREA_... @throws Refusal
 STG::RepositoryType type_of(std::int32_t area);
 /// Names for the exported classes. @throws Refusal for null, for a name that the guard refuses, and

@@ -59,12 +59,17 @@ void copy_over(const std::string& from, const std::string& to, os::IfExists if_e
                 told_path(is_missing && has_source ? to : from), copied.code()};
 }
 
+void copy_to_device(const std::string& from, const std::string& to) {
+  copy_over(from, to, os::IfExists::kReplace);
+  if (const os::Status flushed = os::flush_file(to); !flushed.ok())
+    throw Refusal{VU_FAILED, "the copy cannot be written to the device", told_path(to),
+                  flushed.code()};
+}
+
 /// Writes the bytes to the existing file of a version, and flushes it to the device.
 void fill(const Source& source, const Place& place) {
   if (!source.path.empty()) {
-    copy_over(source.path, place.path(), os::IfExists::kReplace);
-    if (!os::flush_file(place.path()).ok())
-      throw Refusal{VU_FAILED, "the copy cannot be written to the device", told_path(place.path())};
+    copy_to_device(source.path, place.path());
     return;
   }
   vu_file file;
@@ -80,7 +85,7 @@ void fill(const Source& source, const Place& place) {
 
 void drop_derived(const Address& address, const Place& old) {
   if (address.type == STG::UserFilesRepository)
-    StorageGate::remove_from_categories(old.folder, address.name);
+    StorageGate::remove_from_other_categories(old.folder, address.name);
   if (!address.is_corporate()) return;
   const std::string parts = layout::root_of_parts(old.path(), vu_storage::getTdcTimeStamp());
   if (!is_there(parts)) return;
@@ -188,7 +193,7 @@ void store_in_place(const Address& address, const Source& source) {
   if (!is_locked) throw Refusal{VU_FAILED, "the lock was not granted", told_path(path)};
   if (!is_whole || Call::current().failures() != failures_before)
     throw Refusal{VU_FAILED, {}, told_path(path)};
-  if (!source.path.empty()) copy_over(source.path, path, os::IfExists::kReplace);
+  if (!source.path.empty()) copy_to_device(source.path, path);
   Call::current().note_change();
 }
 
@@ -270,14 +275,24 @@ vu_status move(const Address& from, const Place& old, const Address& to, std::ui
 vu_status rename_found(const Address& from, const Place& old, const Address& to,
                        std::uint32_t flags) {
   Place place;
-  const bool existed = find(to, place);
-  if (existed && place.path() == old.path()) return VU_DONE;
+  bool existed = find(to, place);
+  if (existed && place.path() == old.path()) {
+    if (from.name == to.name && from.version == to.version) return VU_DONE;
+    // The file bears the new name, so a lookup finds it for every version of that name.
+    const auto entered = IndexGate::file_of(old.folder, to.name, to.version);
+    if (entered == old.file) return VU_DONE;
+    existed = entered.has_value();
+    if (existed) place.file = *entered;
+  }
   if (existed && (flags & VU_REPLACE) == 0)
     throw Refusal{VU_ALREADY, "the version exists; set VU_REPLACE to replace it",
                   told_path(place.path())};
   std::string folder;
   if (!find_folder(to, true, folder)) throw Refusal{VU_FAILED, {}, {}};
-  if (folder != old.folder) return move(from, old, to, flags, existed ? place.path() : "");
+  // Another file with the new name would hide a renamed version.
+  const bool is_hidden = !may_be_one_file(old.file, to.name) && is_there(folder + "\\" + to.name);
+  if (folder != old.folder || is_hidden)
+    return move(from, old, to, flags, existed ? place.path() : "");
   wait_for_index(folder);
   const bool is_whole = rename_entry(folder, from.name, from.version, to);
   const vu_status status = existed ? without_derived(to, place) : done_unless_told();

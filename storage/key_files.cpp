@@ -8,6 +8,7 @@
 #include "stg_index.h"
 #include "storage/guard.h"
 #include "storage/key_text.h"
+#include "storage/roots.h"
 #include "vu_storage.h"
 
 using storage::guarded;
@@ -137,6 +138,15 @@ void vu_storage::DeleteKeyLineFromFile(const std::string& folder, const std::str
       },
       [&](const std::string& text) { VU_ERROR("vu_storage::DeleteKeyLineFromFile ", text); },
       [&] { VU_ERROR("vu_storage::DeleteKeyLineFromFile "); });  // sic: a blank ends it
+}
+
+void StorageGate::remove_from_other_categories(const std::string& folder,
+                                               const std::string& entry) {
+  STGIndex::NameMap categories;
+  STGIndex::getCategories(folder, categories);
+  for (const auto& [category, physical] : categories) {
+    if (category != entry) vu_storage::DeleteKeyLineFromFile(folder, category, entry);
+  }
 }
 
 void vu_storage::RemoveFromCategFiles(const std::string& folder, const std::string& entry) {

@@ -62,6 +62,8 @@ struct StorageGate {
   static void remove_from_categories(const std::string& folder, const std::string& entry) {
     vu_storage::RemoveFromCategFiles(folder, entry);
   }
+  /// The same, except for the category file with the name of the entry.
+  static void remove_from_other_categories(const std::string& folder, const std::string& entry);
   /// Removes the lines of an entry that vu_storage::RemoveFile() removes.
   static void remove_lines(const std::string& folder, const std::string& entry,
                            STG::RepositoryType type) {

@@ -368,8 +368,7 @@ VU_C_API vu_status vu_put(vu_store* store, const vu_document* document, const vo
                           size_t size, uint32_t flags, int32_t* how);
 
 /**
- * Stores a file as a version, with its modification time. Otherwise as vu_put(); but in place the
- * bytes are not flushed, and a power failure can lose them.
+ * Stores a file as a version, with its modification time. Otherwise as vu_put().
  * @param path the file, which is only read. If a writer has locked it, the call fails at once.
  * @return VU_NOTHING_MATCHED: there is no such file.
  */

@@ -479,3 +479,55 @@ TEST_F(CInterfaceChanges, AForecastKeepsAFileWithoutAKnownTime) {
   }
   EXPECT_TRUE(is_kept);
 }
+
+TEST_F(CInterfaceChanges, AStoredCategoryFileKeepsItsOwnLines) {
+  const vu_document category = document("list.ctg");
+  ASSERT_EQ(put(category, "old", 0), VU_DONE);
+  ASSERT_EQ(put(document("other.ctg"), "list.ctg=1\nb=2\n", 0), VU_DONE);
+  EXPECT_EQ(put(category, "list.ctg=5\nb=2\n", VU_REPLACE), VU_DONE);
+  EXPECT_EQ(content(category), "list.ctg=5\nb=2\n");
+  EXPECT_EQ(content(document("other.ctg")), "b=2\n");
+  ASSERT_EQ(put(m_document, "list.ctg=9\nz=1\n", VU_REPLACE), VU_DONE);
+  EXPECT_EQ(rename(m_document, category, VU_REPLACE), VU_DONE);
+  EXPECT_EQ(content(category), "list.ctg=9\nz=1\n");
+}
+
+// ---- names that files bear ----------------------------------------------------------------------
+
+TEST_F(CInterfaceChanges, ARenamedVersionIsServedAlsoWhereAFileBearsItsName) {
+  write_file(m_folder + "\\b.txt", "BBB");
+  vu_document to = document("b.txt");
+  to.version = 5;
+  EXPECT_EQ(rename(m_document, to), VU_ALREADY);
+  EXPECT_EQ(content(m_document), "old");
+  EXPECT_EQ(rename(m_document, to, VU_REPLACE), VU_DONE);
+  EXPECT_EQ(content(to), "old");
+  EXPECT_FALSE(is_there(m_document));
+}
+
+TEST_F(CInterfaceChanges, AnAdoptedVersionGetsAnotherNumber) {
+  write_file(m_folder + "\\b.txt", "BBB");
+  STGIndex::setSynchronizeMode(true);
+  vu_document from = document("b.txt");
+  vu_document to = from;
+  to.version = 5;
+  EXPECT_EQ(rename(from, from), VU_DONE);
+  EXPECT_EQ(rename(from, to), VU_DONE);
+  EXPECT_EQ(content(to), "BBB");
+  EXPECT_FALSE(is_there(from));
+  std::int64_t latest = 0;
+  EXPECT_EQ(vu_latest(m_store, &from, &latest), VU_DONE);
+  EXPECT_EQ(latest, 5);
+}
+
+TEST_F(CInterfaceChanges, ARenameRemovesNothingBeforeTheCopyIsOnTheDevice) {
+  // The folder of another owner contains a file with the new name, so the copy is made in place.
+  vu_document to = document("b.txt");
+  to.owner = "bert";
+  ASSERT_EQ(put(to, "", 0), VU_DONE);
+  write_file(m_scratch.path("storage\\user\\bert\\b.txt"), "BBB");
+  const auto fault = faults::fail(Call::flush_file, kRefused);
+  EXPECT_EQ(rename(m_document, to, VU_REPLACE), VU_FAILED);
+  EXPECT_EQ(fault.hits(), 1U);
+  EXPECT_EQ(content(m_document), "old");
+}
