@@ -54,16 +54,17 @@ void open_locked(Context& context, LockedFile& file, const std::string& path,
 }
 
 /// Reads the folder of a file. Without its index nothing shows what the folder's names belong to,
-/// so an index that cannot be read ends the step. @param index locked by the caller, or not open.
-void look(FolderView& view, const std::string& folder, LockedFile& index) {
+/// so an index that cannot be read ends the step. @param index locked by the caller. If it is not
+/// open, this reads it under a shared lock.
+void look(Context& context, FolderView& view, const std::string& folder, LockedFile& index) {
   admin::DocumentFolder place;
   place.path = folder;
   if (index.is_open()) return check(view.load_locked(place, index));
-  view.load(place, sys::Locking::none());
+  view.load(place, context.locking());
   check(view.status());
-  using State = admin::IndexState;
-  if (view.index_state() != State::kLocked && view.index_state() != State::kFailed) return;
   const std::string path = view.path_of(index_format::kIndexFile);
+  check_locked(context, path, view.index_status());
+  if (view.index_state() != admin::IndexState::kFailed) return;
   give_up(formatted("the index {} cannot be read: {}", shown(path),
                     admin::why_not_readable(path, view.index_status())));
 }
@@ -108,7 +109,7 @@ std::string change_index(Context& context, const Repair& repair, const std::stri
   LockedFile index;
   open_locked(context, index, path, purpose_of(context), "the index no longer exists");
   FolderView view;
-  look(view, folder_of(path), index);
+  look(context, view, folder_of(path), index);
   std::size_t count = 0;
   const std::string text = change(view, count);
   if (count == 0) skip(none);
@@ -149,7 +150,14 @@ std::string remove_key_lines(Context& context, const Repair& repair, const std::
   check(file.read_all(text));
   FolderView view;
   LockedFile none;
-  look(view, folder_of(path), none);
+  look(context, view, folder_of(path), none);
+  // Without the names of the index, every line would look dangling.
+  if (view.index_state() != admin::IndexState::kRead) {
+    const bool is_gone = view.index_state() == admin::IndexState::kMissing;
+    give_up(formatted("the index {} {}; restore it first, then apply the plan again",
+                      shown(view.path_of(index_format::kIndexFile)),
+                      is_gone ? "is missing" : "has no entries"));
+  }
   std::set<std::string> unwanted;
   for (const std::string& line : repair.lines) {
     if (admin::is_dangling(view, line)) unwanted.insert(line);
@@ -206,7 +214,7 @@ std::string quarantine(Context& context, const Repair& repair, const std::string
     return {};
   }
   FolderView view;
-  look(view, folder, index);
+  look(context, view, folder, index);
   if (const char* const why = why_not_movable(view, path, repair.is_folder)) skip(why);
   if (!repair.is_folder) {
     if (info.size != repair.bytes || info.modify_time != repair.modified)

@@ -162,6 +162,41 @@ TEST_F(ClientRepair, SaysWhatIsInThePlaceOfAnIndex) {
       << result.err;
 }
 
+TEST_F(ClientRepair, RemovesNoKeyLineWithoutTheNamesOfTheIndex) {
+  harm();
+  const std::string keys = read_file(m_keys);
+  const std::string index = storage() + "\\user\\anna\\index.dat";
+  const std::string names = read_file(index);
+  ASSERT_EQ(on_tree({"repair", "--plan", plan(), "--only", "dangling-key-line"}).code, 0);
+  write_file(index, "");
+  const outcome empty = on_tree({"repair", "--apply", plan(), "--yes"});
+  EXPECT_EQ(empty.code, 1) << empty.out;
+  EXPECT_NE(empty.err.find("index.dat has no entries"), std::string::npos) << empty.err;
+  std::filesystem::remove(shell_path(index));
+  const outcome missing = on_tree({"repair", "--apply", plan(), "--yes"});
+  EXPECT_EQ(missing.code, 1) << missing.out;
+  EXPECT_NE(missing.err.find("index.dat is missing"), std::string::npos) << missing.err;
+  EXPECT_EQ(read_file(m_keys), keys);
+  // Once the names are back, the same plan can be applied.
+  write_file(index, names);
+  EXPECT_EQ(on_tree({"repair", "--apply", plan(), "--yes"}).code, 0);
+  EXPECT_EQ(read_file(m_keys), "known.txt=y\r\n");
+}
+
+TEST_F(ClientRepair, ReadsTheNamesForKeyLinesUnderTheLockOfTheIndex) {
+  harm();
+  const std::string keys = read_file(m_keys);
+  ASSERT_EQ(on_tree({"repair", "--plan", plan(), "--only", "dangling-key-line"}).code, 0);
+  vu_file writer(storage() + "\\user\\anna", "index.dat");
+  writer.open(vu_file::o_append);
+  const outcome locked = on_tree({"repair", "--apply", plan(), "--yes", "--lock-timeout", "0.2"});
+  EXPECT_EQ(locked.code, 11) << locked.err;
+  EXPECT_NE(locked.err.find("index.dat is locked by"), std::string::npos) << locked.err;
+  EXPECT_EQ(read_file(m_keys), keys);
+  writer.close();
+  EXPECT_EQ(on_tree({"repair", "--apply", plan(), "--yes"}).code, 0);
+}
+
 #if !defined(_WIN32)
 
 TEST_F(ClientRepair, RemovesNoKeyLineWhenTheIndexCannotBeRead) {
