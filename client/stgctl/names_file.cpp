@@ -107,11 +107,12 @@ NamesFilter::NamesFilter(Context& context, admin::Tree tree, const std::string& 
 }
 
 std::optional<admin::DocumentFolder> NamesFilter::wanted(std::string_view saved_name) const {
-  if (!m_folder.empty() && saved_name != m_folder) return std::nullopt;
+  using admin::are_same_to_system;
+  if (!m_folder.empty() && !are_same_to_system(saved_name, m_folder)) return std::nullopt;
   auto folder = admin::folder_of_saved_name(m_tree, saved_name);
   if (!folder) return std::nullopt;
   if (m_scope.area && *m_scope.area != folder->area) return std::nullopt;
-  if (m_scope.owner && admin::owner_folder_name(*m_scope.owner) != folder->owner)
+  if (m_scope.owner && !are_same_to_system(admin::owner_folder_name(*m_scope.owner), folder->owner))
     return std::nullopt;
   return folder;
 }

@@ -41,7 +41,8 @@ auto on_names(Work&& work) -> decltype(work()) {
   }
 }
 
-/// Selects saved indexes by --area, --owner and --folder.
+/// Selects saved indexes by --area, --owner and --folder. As in a tree, the letter case of folders
+/// does not matter on Windows.
 class NamesFilter {
  public:
   /// @param named the value of --folder.
