@@ -26,8 +26,9 @@ std::string to_hex(std::string_view bytes);
 /// ASCII, Latin-1, Latin Extended-A, Greek and Cyrillic letters.
 void fold_case(std::string_view name, std::string& folded);
 
-/// Whether the system finds the same file under both names: on Windows, if they differ at most in
-/// letter case.
+/// Whether both names lead to the same file, as far as names show it: they are equal, on Windows
+/// also if fold_case() makes them equal. Windows ignores the case of more letters, and finds some
+/// files under short names too. Such names are not the same here.
 bool are_same_to_system(std::string_view one, std::string_view other);
 
 /// The name under which the library adopts a file: its extension in lower case.
