@@ -53,8 +53,7 @@ class EntryVisitor final : public Visitor {
       const bool has_file = line.verdict == Verdict::kEntry && line.has_file;
       if (!has_file && !m_wants_missing) continue;
       const EntryState state = has_file ? EntryState::kIndexed : EntryState::kMissing;
-      m_entry = {&m_view.folder(), state,     line.logical, line.timestamp,
-                 line.stored,      line.file, line.number,  {}};
+      m_entry = {&m_view.folder(), state, line.logical, line.timestamp, line.stored, line.file, {}};
       if (!offer()) return false;
     }
     return true;
@@ -68,8 +67,7 @@ class EntryVisitor final : public Visitor {
       if (name.kind != sys::Kind::kFile || m_lint->is_claimed(listed) ||
           index_format::is_index_file(name.text) || is_unfinished(name.text))
         continue;
-      m_entry = {
-          &m_view.folder(), EntryState::kUnindexed, name.text, 0, name.text, name.text, 0, {}};
+      m_entry = {&m_view.folder(), EntryState::kUnindexed, name.text, 0, name.text, name.text, {}};
       if (!offer()) return false;
     }
     return true;

@@ -31,7 +31,6 @@ struct EntryView {
   std::int32_t timestamp = 0;
   std::string_view stored;  ///< the physical name in the index
   std::string_view file;    ///< the name of the file in the folder
-  std::size_t line = 0;     ///< of index.dat, from 1; 0 for an orphan
   /// Filled on demand, see EntryQuery::with_info.
   sys::Info info;
 };

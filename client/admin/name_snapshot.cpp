@@ -151,10 +151,8 @@ std::optional<DocumentFolder> folder_of_saved_name(const Tree& tree, std::string
 TakenIndexes take_indexes(const Tree& tree, const SavedIndexes& before, const WalkOptions& options,
                           const KeepText& keep, const FailureSink& failed) {
   SnapshotVisitor visitor(tree, before, options, keep, failed);
-  const bool ended = walk(tree, options, visitor);
-  TakenIndexes taken = visitor.take_all();
-  taken.was_stopped = !ended;
-  return taken;
+  walk(tree, options, visitor);
+  return visitor.take_all();
 }
 
 }  // namespace admin

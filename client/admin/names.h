@@ -84,7 +84,6 @@ struct TakenIndexes {
   SavedIndexes indexes;
   std::uint64_t unread = 0;  ///< could not be read: their previous state was kept
   bool lock_missed = false;  ///< at least one because of a lock
-  bool was_stopped = false;
 };
 TakenIndexes take_indexes(const Tree& tree, const SavedIndexes& before, const WalkOptions& options,
                           const KeepText& keep, const FailureSink& failed);

@@ -190,7 +190,7 @@ SavedNames::Known SavedNames::best_for(const admin::FolderView& folder) {
       const admin::RestorePlan plan = admin::plan_restore(folder, m_store->text_of(found->second));
       const std::uint64_t count = plan.count(admin::NameFate::kRestored);
       if (count <= best.restorable) continue;
-      best = {snapshot.number, found->second.entries, count, {}};
+      best = {snapshot.number, count, {}};
       for (const admin::RestoredName& each : plan.names) {
         if (each.fate != admin::NameFate::kRestored || !each.renamed_from.empty()) continue;
         best.lines.push_back(index_format::key_of(each.logical, each.timestamp) + "/" +

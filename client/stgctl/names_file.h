@@ -80,7 +80,6 @@ class SavedNames {
   /// ones the latest.
   struct Known {
     std::uint64_t snapshot = 0;      ///< 0: none
-    std::uint64_t entries = 0;       ///< of the folder
     std::uint64_t restorable = 0;    ///< names that 'index restore' would bring back
     std::vector<std::string> lines;  ///< those that need no renamed file
   };

@@ -67,7 +67,7 @@ struct FoundEntry {
   FoundEntry() = default;
   explicit FoundEntry(const admin::EntryView& entry);
   std::string path() const { return sys::join(folder.path, file); }
-  admin::EntryView view() const { return {&folder, state, name, timestamp, stored, file, 0, info}; }
+  admin::EntryView view() const { return {&folder, state, name, timestamp, stored, file, info}; }
 };
 Subject subject_of(const FoundEntry& entry);
 
