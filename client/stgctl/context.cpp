@@ -114,6 +114,13 @@ class TraceLog : public vu_host::trace_sink {
 
 constexpr const char* kStorageFolder = "storage";
 
+/// The library's storage folder, in the system's form.
+std::string library_folder() {
+  std::string path = vu_storage::getStoragePath();
+  if (sys::kSeparator == '/') std::ranges::replace(path, '\\', '/');
+  return path;
+}
+
 std::string environment(const char* name) {
   const char* const value = std::getenv(name);
   return value == nullptr ? std::string() : value;
@@ -284,7 +291,7 @@ void Context::open_library(admin::Layout layout, Adoption adoption) {
                                 adoption == Adoption::kOn);
   }
   std::error_code error;
-  if (!fs::equivalent(to_path(from_library(vu_storage::getStoragePath())), folder, error))
+  if (!fs::equivalent(to_path(library_folder()), folder, error))
     fail("{}: the library cannot open the tree there", shown(storage()));
 }
 

@@ -24,14 +24,6 @@ inline fs::path to_path(std::string_view bytes) { return bytes; }
 inline std::string from_path(const fs::path& path) { return path.native(); }
 #endif
 
-/// A path in the library's form, with "\" between the names, converted to the system's form.
-inline std::string from_library(std::string path) {
-  if constexpr (fs::path::preferred_separator == '/') {
-    std::replace(path.begin(), path.end(), '\\', '/');
-  }
-  return path;
-}
-
 /// A folder and a name in it.
 inline std::string joined(std::string_view folder, std::string_view name) {
   return from_path(to_path(folder) / to_path(name));

@@ -33,10 +33,9 @@ std::string file_of(const std::string& path) {
 bool is_missing(const std::string& path) { return sys::describe(path).kind == sys::Kind::kMissing; }
 
 /// Opens and locks a file. @param if_gone the text of the skipped step if the file is missing.
-/// @param of the file that the step is about, which the message names already; the message names
-/// another @p path.
+/// @param is_other whether the step is about another file. Its message then names this one.
 void open_locked(Context& context, LockedFile& file, const std::string& path,
-                 LockedFile::For purpose, const char* if_gone, const std::string& of) {
+                 LockedFile::For purpose, const char* if_gone, bool is_other = false) {
   const os::Status status = file.open(path, purpose, context.locking());
   check_locked(context, path, status);
   if (status.failure() == os::Failure::kNotFound) skip(if_gone);
@@ -44,13 +43,8 @@ void open_locked(Context& context, LockedFile& file, const std::string& path,
   const bool reads = purpose == LockedFile::For::kReading;
   const std::string why =
       reads ? admin::why_not_readable(path, status) : admin::why_not_writable(path, status);
-  give_up(path == of
-              ? why
-              : formatted("{} cannot be {}: {}", shown(path), reads ? "read" : "written", why));
-}
-void open_locked(Context& context, LockedFile& file, const std::string& path,
-                 LockedFile::For purpose, const char* if_gone) {
-  open_locked(context, file, path, purpose, if_gone, path);
+  give_up(is_other ? formatted("{} cannot be {}: {}", shown(path), reads ? "read" : "written", why)
+                   : why);
 }
 
 /// Reads the folder of a file. Without its index nothing shows what the folder's names belong to,
@@ -204,7 +198,7 @@ std::string quarantine(Context& context, const Repair& repair, const std::string
   LockedFile index;
   if (!is_missing(index_path))
     open_locked(context, index, index_path, purpose_of(context), "the index no longer exists",
-                path);
+                true);
   const sys::Info info = sys::describe(path);
   if (info.kind == sys::Kind::kMissing) {
     AppliedPlan* const plan = work.begun();
@@ -232,17 +226,6 @@ std::string quarantine(Context& context, const Repair& repair, const std::string
   }
   work.get().note_done(step);
   return format_bytes(info.size);
-}
-
-std::string repair_one(Context& context, const Repair& repair, WorkPlan& work) {
-  const std::string path = path_in_tree(context, repair.path);
-  switch (repair.kind) {
-    case RepairKind::kRemoveLines: return remove_lines(context, repair, path, work);
-    case RepairKind::kRemoveKeyLines: return remove_key_lines(context, repair, path, work);
-    case RepairKind::kSetCounter: return set_counter(context, repair, path, work);
-    case RepairKind::kRestoreLines: return restore_lines(context, repair, path, work);
-    default: return quarantine(context, repair, path, work);
-  }
 }
 
 // ---- undoing -----------------------------------------------------------------------------------
@@ -344,7 +327,16 @@ AppliedPlan& WorkPlan::get() {
 }
 
 Worked do_repair(Context& context, const Repair& repair, WorkPlan& work) {
-  return result_of([&] { return repair_one(context, repair, work); });
+  return result_of([&] {
+    const std::string path = path_in_tree(context, repair.path);
+    switch (repair.kind) {
+      case RepairKind::kRemoveLines: return remove_lines(context, repair, path, work);
+      case RepairKind::kRemoveKeyLines: return remove_key_lines(context, repair, path, work);
+      case RepairKind::kSetCounter: return set_counter(context, repair, path, work);
+      case RepairKind::kRestoreLines: return restore_lines(context, repair, path, work);
+      default: return quarantine(context, repair, path, work);
+    }
+  });
 }
 
 Worked undo_step(Context& context, const AppliedPlan& plan, const RepairStep& step) {
