@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -222,41 +223,71 @@ Status check_regular(const FileInfo& info) {
   return S_ISREG(info.st_mode) ? Status() : fail(EINVAL);
 }
 
-/// One copy of a file, run once.
+/// A file of a copy and its lock. The system describes the file after the lock request, so that
+/// info() includes what another process changed before. Example: a writer closes the source
+/// between the open and the lock; the copy gets its bytes together with its time.
+class LockedFile {
+ public:
+  /// Takes over a descriptor, or the errno of the failed open.
+  Status lock(Descriptor opened, int type) {
+    if (!opened.valid()) return fail(errno);
+    m_descriptor = std::move(opened);
+    m_guard.emplace(m_descriptor.get(), type);
+    return result_of(::fstat(m_descriptor.get(), &m_info));
+  }
+  int get() const { return m_descriptor.get(); }
+  const FileInfo& info() const { return m_info; }
+  /// A failure if another handle has a conflicting lock; info() can change then.
+  Status refusal() const { return m_guard->refused() ? m_guard->refusal() : Status(); }
+
+ private:
+  Descriptor m_descriptor;
+  std::optional<TransferGuard> m_guard;  // released before the close
+  FileInfo m_info{};
+};
+
+/// One copy of a file, run once. The destructor removes an incomplete copy, then releases the locks.
 class FileCopy {
  public:
   FileCopy(Path from, Path to) : m_from(native(from)), m_to(native(to)) {}
+  ~FileCopy() {
+    if (m_is_incomplete) remove_half_copy();
+  }
+  FileCopy(const FileCopy&) = delete;
+  FileCopy& operator=(const FileCopy&) = delete;
 
   Status run(IfExists if_exists, CopiedTime& time, Flushed flushed) {
     if (const Status opened = open_source(); !opened.ok()) return opened;
-    Status status;
-    {
-      const TransferGuard guard(m_source.get(), F_RDLCK);
-      if (guard.refused()) return guard.refusal();
-      if (const Status opened = open_target(if_exists); !opened.ok()) return opened;
-      status = fill_target(time);
-    }
+    if (const Status opened = open_target(if_exists); !opened.ok()) return opened;
+    if (const Status ready = empty_target(); !ready.ok()) return ready;
+    Status status = copy_content();
+    if (status.ok()) status = copy_properties(time);
     if (status.ok() && flushed == Flushed::kYes) status = result_of(::fsync(m_target.get()));
     // A network file system may report only now that its disk is full.
-    if (status.ok()) status = result_of(::close(m_target.release()));
-    if (!status.ok() && m_begun) remove_half_copy();
+    if (status.ok()) status = result_of(::close(m_second.release()));
+    m_is_incomplete = !status.ok();
     return status;
   }
 
  private:
-  static constexpr int kFlags = O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+  /// Does not wait for the other end of a pipe.
+  static Descriptor open_file(const NativePath& path, int flags) {
+    return Descriptor(::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0666));
+  }
 
   Status open_source() {
-    m_source = Descriptor(::open(m_from.c_str(), O_RDONLY | kFlags));
-    if (!m_source.valid() || ::fstat(m_source.get(), &m_source_info) != 0) return fail(errno);
-    return check_regular(m_source_info);
+    if (const Status locked = m_source.lock(open_file(m_from, O_RDONLY), F_RDLCK); !locked.ok())
+      return locked;
+    const Status regular = check_regular(m_source.info());
+    return regular.ok() ? m_source.refusal() : regular;
   }
 
   /// Cuts nothing yet: the target may be the source.
   Status open_target(IfExists if_exists) {
-    const auto open = [this](int flags) {
-      m_target = Descriptor(::open(m_to.c_str(), O_WRONLY | kFlags | flags, 0666));
-      return m_target.valid();
+    Descriptor opened;
+    const auto open = [&](int flags) {
+      opened = open_file(m_to, O_WRONLY | flags);
+      return opened.valid();
     };
     const bool replaces = if_exists == IfExists::kReplace;
     m_existed = replaces && open(0);
@@ -264,40 +295,50 @@ class FileCopy {
       // Another process has just created it, or it is a link whose target is missing.
       m_existed = errno == EEXIST && replaces && open(O_CREAT);
     }
-    if (!m_target.valid() || ::fstat(m_target.get(), &m_target_info) != 0) return fail(errno);
-    if (!m_existed) return {};
-    if (is_same_file(m_source_info, m_target_info)) return fail(EBUSY);
-    if (is_read_only(m_target_info)) return fail(EACCES);
-    return check_regular(m_target_info);
+    if (const Status locked = m_target.lock(std::move(opened), F_WRLCK); !locked.ok())
+      return locked;
+    const FileInfo& info = m_target.info();
+    if (!m_existed && info.st_size == 0) {
+      const Status refusal = m_target.refusal();
+      m_is_incomplete = refusal.ok();
+      return refusal;
+    }
+    // A new file that has content: another process wrote it before the lock.
+    if (!replaces) return fail(EEXIST);
+    m_existed = true;
+    if (is_same_file(m_source.info(), info)) return fail(EBUSY);
+    if (is_read_only(info)) return fail(EACCES);
+    const Status regular = check_regular(info);
+    return regular.ok() ? m_target.refusal() : regular;
   }
 
-  Status fill_target(CopiedTime& time) {
-    const TransferGuard guard(m_target.get(), F_WRLCK);
-    if (guard.refused()) return guard.refusal();
-    if (m_existed) {
-      if (const Status allowed = check_owner(); !allowed.ok()) return allowed;
-      if (const Status ready = make_room(); !ready.ok()) return ready;
-    }
-    m_begun = true;
-    const Status copied = copy_content();
-    return copied.ok() ? copy_properties(time) : copied;
+  /// Prepares everything that can fail beforehand, and then cuts an existing target.
+  Status empty_target() {
+    // A close of the last descriptor would release the lock before its result is known.
+    m_second = Descriptor(::fcntl(m_target.get(), F_DUPFD_CLOEXEC, 0));
+    if (!m_second.valid()) return fail(errno);
+    if (!m_existed) return {};
+    if (const Status allowed = check_owner(); !allowed.ok()) return allowed;
+    const Status ready = make_room();
+    m_is_incomplete = ready.ok();
+    return ready;
   }
 
   /// A target of another account can be written but not made read-only. This is tested before the
   /// cut, by setting the permissions that the target already has.
   Status check_owner() const {
-    if (!is_read_only(m_source_info)) return {};
-    return result_of(::fchmod(m_target.get(), m_target_info.st_mode & kPermissions));
+    if (!is_read_only(m_source.info())) return {};
+    return result_of(::fchmod(m_target.get(), m_target.info().st_mode & kPermissions));
   }
 
   /// Cuts an existing target, but first makes sure that the disk has room for the copy. Reserves
   /// the space unless the cut frees enough.
   Status make_room() {
     constexpr ::off_t kBlock = 512;
-    if (m_target_info.st_blocks * kBlock < m_source_info.st_size) {
-      const Status reserved = reserve_space(m_target.get(), m_source_info.st_size);
+    if (m_target.info().st_blocks * kBlock < m_source.info().st_size) {
+      const Status reserved = reserve_space(m_target.get(), m_source.info().st_size);
       // An empty target needs no cut, which would release the space.
-      if (!reserved.ok() || m_target_info.st_size == 0) return reserved;
+      if (!reserved.ok() || m_target.info().st_size == 0) return reserved;
     }
     return result_of(uninterrupted([&] { return ::ftruncate(m_target.get(), 0); }));
   }
@@ -309,55 +350,56 @@ class FileCopy {
       return ::copy_file_range(m_source.get(), nullptr, m_target.get(), nullptr,
                                posix::kLargestPiece, 0);
     };
-    for (::off_t copied = 0; copied < m_source_info.st_size;) {
+    for (::off_t copied = 0; copied < m_source.info().st_size;) {
       const ::ssize_t piece = uninterrupted(copy_piece);
       if (piece <= 0) break;
       copied += piece;
     }
-    constexpr std::size_t kBuffer = std::size_t{1} << 16U;
-    // Not initialised: usually nothing is left to read.
-    const std::unique_ptr<char[]> buffer(new char[kBuffer]);
     for (;;) {
       std::size_t filled = 0;
-      const Status read = read_fully(m_source.get(), buffer.get(), kBuffer, filled);
+      const Status read = read_fully(m_source.get(), m_buffer.get(), kBuffer, filled);
       if (!read.ok()) return read;
       std::size_t written = 0;
-      const Status write = write_fully(m_target.get(), buffer.get(), filled, written);
+      const Status write = write_fully(m_target.get(), m_buffer.get(), filled, written);
       if (!write.ok() || filled < kBuffer) return write;
     }
   }
 
   /// Sets the source's modification time and read-only state. The access time is now.
   Status copy_properties(CopiedTime& time) {
-    const std::array<timespec, 2> times = {timespec{0, UTIME_NOW}, m_source_info.st_mtim};
+    const std::array<timespec, 2> times = {timespec{0, UTIME_NOW}, m_source.info().st_mtim};
     if (::futimens(m_target.get(), times.data()) != 0) {
       // Only the owner may set an older time. The content is complete, and the old content is gone.
       if (!m_existed || errno != EPERM) return fail(errno);
       time = CopiedTime::kRefused;
     }
-    if (!is_read_only(m_source_info)) return {};
-    const ::mode_t mode = m_target_info.st_mode & kPermissions & ~kAllWrite;
+    if (!is_read_only(m_source.info())) return {};
+    const ::mode_t mode = m_target.info().st_mode & kPermissions & ~kAllWrite;
     return result_of(::fchmod(m_target.get(), mode));
   }
 
   /// Removes an incomplete copy, unless another file has its name now. Through a link it removes
-  /// the file, not the link.
+  /// the file, not the link. The file is still locked, so that nobody has written it since.
   void remove_half_copy() const {
     const ErrnoKeeper keeper;
-    const SystemText path(::realpath(m_to.c_str(), nullptr));
-    if (!path) return;
-    const std::optional<FileInfo> entry = entry_info(path.get());
-    if (entry && is_same_file(*entry, m_target_info)) ::unlink(path.get());
+    std::array<char, PATH_MAX> room;  // not from the heap, which may be exhausted
+    const char* const path = ::realpath(m_to.c_str(), room.data());
+    if (path == nullptr) return;
+    const std::optional<FileInfo> entry = entry_info(path);
+    if (entry && is_same_file(*entry, m_target.info())) ::unlink(path);
   }
+
+  static constexpr std::size_t kBuffer = std::size_t{1} << 16U;
 
   const NativePath m_from;
   const NativePath m_to;
-  Descriptor m_source;
-  Descriptor m_target;
-  FileInfo m_source_info{};
-  FileInfo m_target_info{};
+  /// Allocated before a target is cut. Not initialised: usually nothing is left to read.
+  const std::unique_ptr<char[]> m_buffer{new char[kBuffer]};
+  LockedFile m_source;
+  LockedFile m_target;
+  Descriptor m_second;  ///< of the target; its close reports what the last close would
   bool m_existed = false;
-  bool m_begun = false;  ///< the target contains a part of the copy, or nothing
+  bool m_is_incomplete = false;  ///< the target contains a part of the copy, or nothing
 };
 
 // ---- names -------------------------------------------------------------------------------------

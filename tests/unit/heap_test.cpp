@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <new>
@@ -11,6 +12,7 @@
 
 #include "index/folder_files.h"
 #include "platform/host/trace.h"
+#include "platform/os/os.h"
 #include "stg_index.h"
 #include "tests/support/index_peer.h"
 #include "tests/support/scratch.h"
@@ -247,6 +249,36 @@ TEST_F(HeapOfTheCInterface, ThatRunsOutInATraceDoesNotHideARefusedSave) {
     }
   }
   EXPECT_GT(refused, 20);
+}
+
+TEST(Heap, ThatRunsOutInACopyLeavesTheOldTargetOrTheWholeCopy) {
+  constexpr std::int64_t kOld = 1'000'000'000;
+  const scratch_folder folder;
+  // Longer than the room of a path that needs no heap.
+  const std::string from = folder.path(std::string(250, 'f'));
+  const std::string to = folder.path(std::string(250, 't'));
+  write_file(from, "new");
+  set_modify_time(from, kOld);
+  bool is_over = false;
+  std::ptrdiff_t nth = 0;
+  for (; !is_over; ++nth) {
+    SCOPED_TRACE(testing::Message() << "allocation " << nth + 1);
+    write_file(to, "old");
+    bool has_memory = true;
+    g_left = nth;
+    try {
+      EXPECT_TRUE(os::copy(from, to, os::IfExists::kReplace).ok());
+    } catch (const std::bad_alloc&) {
+      has_memory = false;
+    }
+    is_over = g_left != kAll;
+    g_left = kAll;
+    EXPECT_EQ(read_file(to), has_memory ? "new" : "old");
+    if (has_memory) {
+      EXPECT_EQ(get_modify_time(to), kOld);
+    }
+  }
+  EXPECT_GE(nth, 4) << "two paths and the buffer";
 }
 
 }  // namespace

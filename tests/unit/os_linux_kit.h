@@ -15,6 +15,7 @@
 #include <exception>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/os/os.h"
@@ -99,6 +100,28 @@ inline std::string complaint(const char* what, os::Status status, os::Failure fa
   if (status.failure() == failure && status.code() == code) return "";
   return std::string(what) + " gave code " + std::to_string(status.code());
 }
+
+/// Acts once, before the next lock request of one type (F_RDLCK, F_WRLCK, F_UNLCK) that does not
+/// wait. os_linux_names_test.cpp replaces fcntl() for this. Only for tests with one thread.
+class BeforeLockRequest {
+ public:
+  BeforeLockRequest(int type, std::function<void()> act) : m_type(type), m_act(std::move(act)) {
+    s_next = this;
+  }
+  ~BeforeLockRequest() { s_next = nullptr; }
+  BeforeLockRequest(const BeforeLockRequest&) = delete;
+  BeforeLockRequest& operator=(const BeforeLockRequest&) = delete;
+
+  static void arrives(int type) {
+    if (s_next != nullptr && s_next->m_type == type) std::exchange(s_next, nullptr)->m_act();
+  }
+  bool has_acted() const { return s_next != this; }
+
+ private:
+  static inline BeforeLockRequest* s_next = nullptr;
+  const int m_type;
+  const std::function<void()> m_act;
+};
 
 /// Expects an empty text of the child process.
 #define EXPECT_SILENT_CHILD(words)                             \

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
@@ -289,8 +290,19 @@ TEST(OsLinuxFolders, AWorkingFolderThatIsGoneOrNoTextIsAnError) {
 
 }  // namespace
 
-// Copying on Linux: the kernel's copy and its replacement, permissions, and copies that fail
-// halfway.
+// Copying on Linux: the kernel's copy and its replacement, permissions, copies that fail halfway,
+// and other processes that come between two steps of a copy.
+
+/// The same system call as that of the C library; a test can act before it.
+extern "C" int fcntl(int descriptor, int command, ...) {
+  std::va_list arguments;
+  va_start(arguments, command);
+  void* const argument = va_arg(arguments, void*);
+  va_end(arguments);
+  if (command == F_OFD_SETLK)
+    BeforeLockRequest::arrives(static_cast<const struct ::flock*>(argument)->l_type);
+  return static_cast<int>(::syscall(SYS_fcntl, descriptor, command, argument));
+}
 
 namespace {
 
@@ -368,6 +380,7 @@ TEST_F(OsLinuxCopy, TheModeIsThatOfANewFileButForTheReadOnlyState) {
   EXPECT_TRUE(succeeds(os::copy(m_from, m_to, IfExists::kReplace)));
   EXPECT_EQ(info_of(m_to).st_mode & 07777, ::mode_t{0644});
   ASSERT_EQ(::chmod(native(m_from).c_str(), 0577), 0);
+  ASSERT_EQ(::chmod(native(m_to).c_str(), 0666), 0);
   EXPECT_TRUE(succeeds(os::copy(m_from, m_to, IfExists::kReplace)));
   EXPECT_EQ(info_of(m_to).st_mode & 07777, ::mode_t{0444});
   ::umask(old_mask);
@@ -479,6 +492,95 @@ TEST_F(OsLinuxCopy, WhatIsRefusedBeforeTheFirstByteStays) {
 TEST_F(OsLinuxCopy, AFileSystemWithoutLocksIsCopiedAllTheSame) {
   EXPECT_SILENT_CHILD(copy_without({{SYS_fcntl, EINVAL, F_OFD_SETLK}}));
   EXPECT_TRUE(read_file(m_to) == m_content);
+}
+
+TEST_F(OsLinuxCopy, ADeviceThatFailsAtTheFlushOrTheCloseLeavesNoCopy) {
+  EXPECT_SILENT_CHILD(copy_fails_without({{SYS_close, EIO}}, EIO));
+  EXPECT_FALSE(file_exists(m_to));
+  EXPECT_SILENT_CHILD(copy_without({{SYS_fsync, EIO}}));
+  EXPECT_SILENT_CHILD(in_child_without({{SYS_fsync, EIO}}, [&] {
+    return complaint("copy", os::copy(m_from, m_to, IfExists::kReplace, nullptr, os::Flushed::kYes),
+                     Failure::kOther, EIO);
+  }));
+  EXPECT_FALSE(file_exists(m_to));
+}
+
+/// Another writer: it locks the file as the library does, replaces the content and closes.
+void replace_locked(const std::string& path, const std::string& text) {
+  OpenFile file(path, Access::kReadWriteCreate);
+  EXPECT_TRUE(succeeds(file.lock_exclusive()));
+  EXPECT_TRUE(succeeds(os::set_end(file.get())));
+  file.write(text);
+}
+
+TEST_F(OsLinuxCopy, CutsWhatAnotherWritesIntoTheTargetBeforeTheLock) {
+  for (const std::string before : {"", "empty", "full"}) {
+    fs::remove(native(m_to));
+    if (!before.empty()) write_file(m_to, before == "full" ? before : "");
+    const BeforeLockRequest other(F_WRLCK,
+                                  [&] { replace_locked(m_to, std::string(300'000, 'w')); });
+    EXPECT_TRUE(succeeds(os::copy(m_from, m_to, IfExists::kReplace)));
+    EXPECT_TRUE(other.has_acted());
+    EXPECT_TRUE(read_file(m_to) == m_content) << before;
+  }
+}
+
+TEST_F(OsLinuxCopy, ThatMustNotReplaceLeavesWhatAnotherWritesBeforeTheLock) {
+  const BeforeLockRequest other(F_WRLCK, [&] { replace_locked(m_to, "theirs"); });
+  EXPECT_TRUE(fails(os::copy(m_from, m_to, IfExists::kFail), Failure::kAlreadyExists, {EEXIST, 0}));
+  EXPECT_EQ(read_file(m_to), "theirs");
+}
+
+TEST_F(OsLinuxCopy, LeavesATargetThatIsMadeReadOnlyBeforeTheLock) {
+  write_file(m_to, "theirs");
+  const BeforeLockRequest other(F_WRLCK, [&] { make_read_only(m_to); });
+  EXPECT_TRUE(fails(os::copy(m_from, m_to, IfExists::kReplace), Failure::kOther, {EACCES, 0}));
+  EXPECT_EQ(read_file(m_to), "theirs");
+}
+
+TEST_F(OsLinuxCopy, HasTheTimeAndStateThatTheSourceHasUnderTheLock) {
+  set_modify_time(m_from, 1'000'000'000);
+  const BeforeLockRequest other(F_RDLCK, [&] {
+    replace_locked(m_from, "new");
+    make_read_only(m_from);
+  });
+  EXPECT_TRUE(succeeds(os::copy(m_from, m_to, IfExists::kReplace)));
+  EXPECT_EQ(read_file(m_to), "new");
+  EXPECT_GT(get_modify_time(m_to), 1'000'000'000);
+  EXPECT_FALSE(is_writable(m_to));
+}
+
+TEST_F(OsLinuxCopy, HoldsBothLocksUntilTheCopyIsComplete) {
+  set_modify_time(m_from, 1'000'000'000);
+  const BeforeLockRequest end(F_UNLCK, [&] {
+    EXPECT_EQ(get_modify_time(m_to), 1'000'000'000);
+    EXPECT_TRUE(
+        fails(OpenFile(m_from, Access::kReadWriteCreate).lock_exclusive(), Failure::kLocked));
+    EXPECT_TRUE(fails(OpenFile(m_to, Access::kReadExisting).lock_shared(), Failure::kLocked));
+  });
+  EXPECT_TRUE(succeeds(os::copy(m_from, m_to, IfExists::kReplace)));
+  EXPECT_TRUE(end.has_acted());
+}
+
+TEST_F(OsLinuxCopy, RemovesAnIncompleteTargetBeforeAnotherCanLockIt) {
+  EXPECT_SILENT_CHILD(in_child_without({{SYS_utimensat, EIO}}, [&] {
+    std::string words = "the lock is not released";
+    const BeforeLockRequest end(F_UNLCK, [&] { words = file_exists(m_to) ? "it is there" : ""; });
+    const os::Status copied = os::copy(m_from, m_to, IfExists::kReplace);
+    return words + complaint("copy", copied, Failure::kOther, EIO);
+  }));
+}
+
+TEST_F(OsLinuxCopy, ThatFailsLeavesAnotherFileThatGotItsName) {
+  write_file(m_to, "old");
+  EXPECT_SILENT_CHILD(in_child_without({{SYS_utimensat, EIO}}, [&] {
+    const BeforeLockRequest other(F_WRLCK, [&] {
+      fs::rename(native(m_to), native(m_scratch.path("moved")));
+      write_file(m_to, "theirs");
+    });
+    return complaint("copy", os::copy(m_from, m_to, IfExists::kReplace), Failure::kOther, EIO);
+  }));
+  EXPECT_EQ(read_file(m_to), "theirs");
 }
 
 }  // namespace
