@@ -272,7 +272,17 @@ class FileCopy {
  private:
   /// Does not wait for the other end of a pipe.
   static Descriptor open_file(const NativePath& path, int flags) {
-    return Descriptor(::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0666));
+    const auto open = [&](int more) {
+      return ::open(path.c_str(), flags | more | O_CLOEXEC | O_NOCTTY, 0666);
+    };
+    Descriptor opened(open(O_NONBLOCK));
+    if (opened.valid() || errno != EWOULDBLOCK) return opened;
+    // Another program has a lease on the file (F_SETLEASE), and must release it now. Like os::open(),
+    // wait for that.
+    const std::optional<FileInfo> info = info_of(path.c_str());
+    if (info && S_ISREG(info->st_mode)) return Descriptor(uninterrupted([&] { return open(0); }));
+    errno = EWOULDBLOCK;
+    return opened;
   }
 
   Status open_source() {

@@ -378,6 +378,52 @@ TEST(OsLinuxTransfers, FlushReportsTheDevicesError) {
   EXPECT_SILENT_CHILD(words);
 }
 
+/// The lease of another program, for example of a file server. An open without waiting fails; the
+/// other program is asked for the file, and releases it some time later.
+class Lease {
+ public:
+  explicit Lease(const std::string& path)
+      : m_before(::signal(SIGIO, SIG_IGN)),
+        m_file(::open(path_text(path).c_str(), O_RDWR | O_CLOEXEC)),
+        m_is_taken(::fcntl(m_file, F_SETLEASE, F_WRLCK) == 0),
+        m_holder([this] {
+          std::this_thread::sleep_for(std::chrono::milliseconds(100));
+          ::fcntl(m_file, F_SETLEASE, F_UNLCK);
+        }) {}
+  ~Lease() {
+    m_holder.join();
+    ::close(m_file);
+    ::signal(SIGIO, m_before);
+  }
+  Lease(const Lease&) = delete;
+  Lease& operator=(const Lease&) = delete;
+
+  bool is_taken() const { return m_is_taken; }
+
+ private:
+  void (*const m_before)(int);
+  const int m_file;
+  const bool m_is_taken;
+  std::thread m_holder;
+};
+
+TEST(OsLinuxLeases, ACopyWaitsForThemAsAnOpenDoes) {
+  const scratch_folder scratch;
+  write_file(scratch.path("from"), "new");
+  write_file(scratch.path("to"), "the old content");
+  for (const std::string name : {"from", "to"}) {
+    const Lease lease(scratch.path(name));
+    if (!lease.is_taken()) GTEST_SKIP() << "this file system has no leases";
+    EXPECT_TRUE(
+        succeeds(os::copy(scratch.path("from"), scratch.path("to"), os::IfExists::kReplace)))
+        << name;
+  }
+  EXPECT_EQ(read_file(scratch.path("to")), "new");
+  const Lease lease(scratch.path("from"));
+  OpenFile file(scratch.path("from"), Access::kReadExisting);
+  EXPECT_EQ(file.read(3), "new");
+}
+
 }  // namespace
 
 // One tree, two accounts: each can change what the other created with write permission for it.
