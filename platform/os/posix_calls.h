@@ -43,9 +43,19 @@ class ErrnoKeeper {
 };
 
 /// A descriptor that is closed at the end of its scope; -1 means none.
+///
+/// It is never one of a standard stream. Example: a program is started without standard error
+/// ("2>&-"). The next open() returns 2, and each message of the program would go into a document.
 class Descriptor {
  public:
-  explicit Descriptor(int number = -1) : m_number(number) {}
+  /// Takes over a new descriptor, or -1. If it cannot leave the numbers of the standard streams, it
+  /// is closed, valid() is false and errno is set, as after a failed open().
+  explicit Descriptor(int number = -1) : m_number(number) {
+    if (number < 0 || number > STDERR_FILENO) return;
+    m_number = ::fcntl(number, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const ErrnoKeeper keeper;
+    ::close(number);
+  }
   Descriptor(Descriptor&& other) noexcept : m_number(other.release()) {}
   Descriptor& operator=(Descriptor&& other) noexcept {
     if (this != &other) {

@@ -136,6 +136,36 @@ TEST(OsLinuxHandles, DescriptorsAreClosedOnExec) {
   }
 }
 
+TEST(OsLinuxHandles, DescriptorsOfClosedStandardStreamsAreNotUsed) {
+  const scratch_folder scratch;
+  write_file(scratch.path("from"), "text");
+  EXPECT_SILENT_CHILD(in_child_without({}, [&] {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::close(stream);
+    std::string all;
+    const auto expect_closed = [&all](const char* when) {
+      for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(stream, F_GETFD) != -1) all += std::string(when) + " uses a stream. ";
+      }
+    };
+    {
+      OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+      os::Handle folder = os::kNoHandle;
+      all += complaint("open_folder", os::open_folder(scratch.path(), folder));
+      expect_closed("open");
+      file.write("whole");
+      all += complaint("close", os::close(folder));
+    }
+    // Before the removal of the lock of its target, a copy has all its files open.
+    const BeforeLockRequest end(F_UNLCK, [&] { expect_closed("copy"); });
+    all += complaint("copy",
+                     os::copy(scratch.path("from"), scratch.path("to"), os::IfExists::kReplace));
+    expect_closed("the end");
+    return all;
+  }));
+  EXPECT_EQ(read_file(scratch.path("file")), "whole");
+  EXPECT_EQ(read_file(scratch.path("to")), "text");
+}
+
 TEST(OsLinuxHandles, AFailedOpenLeavesNoDescriptorBehind) {
   const scratch_folder scratch;
   write_file(scratch.path("file"), "");
