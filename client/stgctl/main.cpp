@@ -1,6 +1,11 @@
 // stgctl: inspects, explains, checks and changes a storage tree. terminal_*.cpp contain the entry
 // points.
 
+#if !defined(_WIN32)
+#include <fcntl.h>
+#include <unistd.h>
+#endif
+
 #include <exception>
 
 #include "client/stgctl/command_line.h"
@@ -31,6 +36,20 @@ Exit run_guarded(const Run& run, Context& context) {
   return Exit::kFailed;
 }
 
+/// Opens the null device for each standard stream that is closed. Otherwise a file that the program
+/// writes, for example that of "--trace-file", gets the number of the stream and all its messages.
+/// The null device is opened in the wrong direction, so that reading and writing still fail. On
+/// Windows files and streams have different numbers.
+void occupy_closed_streams() {
+#if !defined(_WIN32)
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (::fcntl(stream, F_GETFD) != -1) continue;
+    // open() returns the lowest number that is free: this one.
+    static_cast<void>(::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+  }
+#endif
+}
+
 /// Reads the command line and runs the named command.
 Exit run_application(const std::vector<std::string>& arguments) {
   Output out;
@@ -54,6 +73,7 @@ Exit run_application(const std::vector<std::string>& arguments) {
 }  // namespace
 
 int terminal::run_program(const std::vector<std::string>& arguments) {
+  occupy_closed_streams();
   set_up();
   return static_cast<int>(run_application(arguments));
 }
