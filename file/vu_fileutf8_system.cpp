@@ -55,6 +55,13 @@ vu_utf8string entry_in_long_form(const vu_utf8string& folder, const vu_utf8strin
   return folder.str().starts_with("\\\\?\\") ? entry : long_form(entry);
 }
 
+/// Whether the path of a folder leads to it through a link. It traces nothing.
+bool is_link_to_folder(const vu_utf8string& path) {
+  os::FileStat found;
+  return os::stat(getLongPath(ucs2string(path)), found, os::Links::kKeep).ok() &&
+         !found.is_directory;
+}
+
 /// Like vu_fileutf8::_remove(), for an entry of an open folder.
 void remove_entry(const trace::Scope& operation, const vu_utf8string& long_path, bool quiet,
                   os::Handle parent) {
@@ -181,6 +188,9 @@ std::uint64_t vu_fileutf8::getFolderSizeInKb(const vu_utf8string& path) {
   for (const vu_utf8string& name : filenames(path)) {
     const vu_utf8string entry = join(path, name);
     if (is_dir(entry)) {
+      // Required: a link to a folder has no size, as a removal does not empty its target. Two links
+      // to their own folder would double the number of paths at each level.
+      if (is_link_to_folder(entry)) continue;
       // The folder itself has no size; os::FileStat says 0 on every system.
       total += getFolderSizeInKb(entry);
     } else {

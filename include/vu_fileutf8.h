@@ -123,7 +123,7 @@ class VU_STORAGE_API vu_fileutf8 : public vu_file_base {
   static std::vector<vu_utf8string> filenames(const vu_utf8string& dir);
   /// @param path the folder.
   /// @return the sum of the sizes in KB of all files in the folder and below, each rounded down;
-  /// folders have no size. 0 if @p path is not a folder.
+  /// folders have no size, nor has a link to a folder. 0 if @p path is not a folder.
   static std::uint64_t getFolderSizeInKb(const vu_utf8string& path);
 
   // ---- changes -------------------------------------------------------------------------------

@@ -334,4 +334,18 @@ TEST(VuFileUtf8FolderSize, CountsALinkThatLeadsNowhereAsNothing) {
   EXPECT_EQ(size_in_kb(dir.path()), 0U);
   EXPECT_EQ(sink.count(trace_event::warning, dir.path("link") + ": doesn't exists"), 1U);
 }
+
+TEST(VuFileUtf8FolderSize, CountsALinkToAFolderAsNothing) {
+  const scratch_folder dir;
+  make_folder(dir.path("folder"));
+  write_file(dir.path("folder\\f"), std::string(2048, 'x'));
+  // With two such links, walking into them would take 2^40 steps.
+  for (const char* link : {"folder/one", "folder/two"}) {
+    std::filesystem::create_directory_symlink(".", native(dir.path(link)));
+  }
+  std::filesystem::create_directory_symlink("folder", native(dir.path("outside")));
+  recording_sink sink;
+  EXPECT_EQ(size_in_kb(dir.path()), 2U);
+  EXPECT_EQ(sink.count(traced::kind_t::event), 0U);
+}
 #endif
