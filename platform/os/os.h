@@ -290,9 +290,9 @@ Status unlock(Handle handle);
 /// Whether the system knows attributes of the path (used for network paths).
 Status probe_attributes(Path path);
 /// Whether a directory search with the path as pattern finds something. "*" and "?" in the last
-/// component match as patterns. A link is found as such, even a dangling one. A path that ends in
-/// "\." is found if the part before it exists, even if that is a root. The empty path and a path
-/// that ends in a separator are not found.
+/// component match as patterns, and as themselves. A link is found as such, even a dangling one. A
+/// path that ends in "\." is found if the part before it exists, even if that is a root. The empty
+/// path and a path that ends in a separator are not found.
 Status probe_search(Path path);
 /// Lists all entries of a folder except "." and "..", in the system's order. POSIX systems omit
 /// names with "\" or a line feed. @p folder ends in a separator. On a failure nothing is appended.

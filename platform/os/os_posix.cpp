@@ -550,9 +550,11 @@ Status probe_search(Path path) {
   // A search finds entries. Such a path is not an entry; a root is found only as "/.".
   if (name.text().empty() || name.text().ends_with('/')) return fail(ENOENT);
   name.cut(posix::trim_self_entries(name.text()).size());
+  // First without patterns: only here "why?." can be a name, whose dot a search would drop.
+  if (entry_info(name.c_str())) return {};
+  const int code = errno;
   const posix::Split split = posix::split_last(name.text());
-  if (posix::is_pattern(split.name)) return probe_pattern(split);
-  return entry_info(name.c_str()) ? Status() : no_answer(errno);
+  return posix::is_pattern(split.name) ? probe_pattern(split) : no_answer(code);
 }
 
 Status list(Path folder, Listing& entries) {

@@ -342,6 +342,17 @@ TYPED_TEST(VuFileRecurseRemoveDir, OfALinkToAFolderIsFalse) {
   EXPECT_TRUE(file_exists(this->path("guarded\\f")));
 }
 
+// On Windows no name contains a question mark.
+TYPED_TEST(VuFileRecurseRemoveDir, RemovesNamesThatAreAlsoPatterns) {
+  make_folder(this->path("tree\\sub? "));
+  for (const std::string name : {"why?.", "what? ", "*.", "sub? \\f", "plain"}) {
+    write_file(this->path("tree\\" + name), "");
+    EXPECT_TRUE(TypeParam::file::exists(this->text(this->path("tree\\" + name)))) << name;
+  }
+  EXPECT_TRUE(this->remove_tree(this->path("tree")));
+  EXPECT_FALSE(file_exists(this->path("tree")));
+}
+
 // Not under Wine, where the superuser can remove read-only files.
 TYPED_TEST(VuFileRecurseRemoveDir, IsTrueAlthoughAReadOnlyFileStays) {
   this->make_tree();
