@@ -56,11 +56,15 @@ std::size_t root_length(std::u16string_view path) {
   return has_drive ? 3 : 0;
 }
 
-/// Whether a path needs no conversion: it is ASCII, within the classic limit, and ends in a name.
+/// Whether a path needs no conversion: it is ASCII, within the classic limit, ends in a name, and
+/// does not begin like a network path. Behind the prefix "\\?\" Windows takes separators literally:
+/// "\\?\C:/x" would not be found.
 bool is_plain(const std::string& path) {
+  constexpr const char* kSeparators = "\\/";
   const auto is_ascii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
-  return !path.empty() && path.size() < kClassicLength && path.back() != '\\' &&
-         path.back() != '/' && std::all_of(path.begin(), path.end(), is_ascii);
+  return path.size() < kClassicLength && path.find_first_not_of(kSeparators) < 2 &&
+         path.find_last_of(kSeparators) != path.size() - 1 &&
+         std::all_of(path.begin(), path.end(), is_ascii);
 }
 
 /// The wide form of a path without separators at its end. A root keeps its backslash.

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -162,6 +163,32 @@ TEST(GetFileStat, PutsThePathIntoItsLongFormUnlessItIsInIt) {
   EXPECT_EQ(faults::calls(Call::short_path), 1U);
   EXPECT_TRUE(getFileStat(vu_file_internal::long_form(path), found, true));
   EXPECT_EQ(faults::calls(Call::short_path), 2U) << "that of long_form() itself";
+}
+
+/// Records the paths that reach the system, as UTF-8.
+class PathsOfCalls final : public faults::Conductor {
+ public:
+  os::Status conduct(const faults::Arriving& arriving,
+                     const std::function<os::Status()>& make) override {
+    const os::Path& path = *arriving.path;
+    m_paths.push_back(path.is_wide() ? vu_utf8string(ucs2string(path.wide())).str()
+                                     : path.narrow());
+    return make();
+  }
+  const list& paths() const { return m_paths; }
+
+ private:
+  list m_paths;
+};
+
+TEST(GetFileStat, MakesTheSeparatorsBehindThePrefixUniform) {
+  PathsOfCalls calls;
+  const faults::Conducted conducted(calls);
+  os::FileStat found;
+  for (const char* path : {"\\\\?\\Q:/no//x", "//?/Q:/no/x", "\\\\?\\Q:\\no\\\\x\\"}) {
+    EXPECT_FALSE(getFileStat(vu_utf8string(path), found, false));
+  }
+  EXPECT_EQ(calls.paths(), list(3, "\\\\?\\Q:\\no\\x"));
 }
 
 TEST(GetFileStat, DropsEveryTrailingBackslashOfALongFormToo) {
