@@ -85,6 +85,26 @@ void remove_entry(const trace::Scope& operation, const vu_utf8string& long_path,
   }
 }
 
+void remove_tree(const trace::Scope& operation, const vu_utf8string& long_path, bool quiet,
+                 os::Handle parent);
+
+/// Removes a name of the listing of @p folder. An exception ends only this removal. Example: on
+/// Linux a name may have no UTF-8 form; the other names of its folder are removed all the same.
+void remove_listed(const trace::Scope& operation, const vu_utf8string& long_path,
+                   const os::Entry& found, bool quiet, os::Handle folder) {
+  try {
+    const vu_utf8string name(std::string(found.name));
+    const vu_utf8string entry = entry_in_long_form(long_path, name);
+    if (is_folder_to_remove(entry, folder)) {
+      remove_tree(operation, entry, quiet, folder);
+    } else {
+      remove_entry(operation, entry, quiet, folder);
+    }
+  } catch (...) {
+    VU_ERROR_IN(operation, "uncaught exception while removing ", long_path, "\\", found.name);
+  }
+}
+
 /// Like vu_fileutf8::_recurseRemoveDir(), for an entry of an open folder.
 void remove_tree(const trace::Scope& operation, const vu_utf8string& long_path, bool quiet,
                  os::Handle parent) {
@@ -93,15 +113,8 @@ void remove_tree(const trace::Scope& operation, const vu_utf8string& long_path, 
       const ucs2string text(long_path);
       const OpenFolder folder(operation, os::Path(text).in(parent), long_path.str());
       const ucs2string pattern(vu_utf8string(with_separator(long_path.str(), Encoding::kUtf8)));
-      for (const os::Entry found : folder.entries(pattern)) {
-        const vu_utf8string name(std::string(found.name));
-        const vu_utf8string entry = entry_in_long_form(long_path, name);
-        if (is_folder_to_remove(entry, folder.get())) {
-          remove_tree(operation, entry, quiet, folder.get());
-        } else {
-          remove_entry(operation, entry, quiet, folder.get());
-        }
-      }
+      for (const os::Entry found : folder.entries(pattern))
+        remove_listed(operation, long_path, found, quiet, folder.get());
     }
     remove_entry(operation, long_path, quiet, parent);
   } catch (...) {

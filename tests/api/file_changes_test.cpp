@@ -392,6 +392,22 @@ TEST(VuFileRecurseRemoveDirUtf8, TracesEachRemovalQuietlyForEveryArgument) {
   EXPECT_EQ(sink.count(traced::kind_t::event), 0U);
 }
 
+#if !defined(_WIN32)
+TEST(VuFileRecurseRemoveDirUtf8, PassesOverANameThatHasNoUtf8Form) {
+  const scratch_folder dir;
+  make_folder(dir.path("tree\\one"));
+  for (const std::string name : {"a", "caf\xe9", "one\\b", "z"}) {
+    write_file(dir.path("tree\\" + name), "");
+  }
+  recording_sink sink;
+  EXPECT_TRUE(vu_fileutf8::recurseRemoveDir(vu_utf8string(dir.path("tree"))));
+  EXPECT_EQ(list_folder(dir.path("tree")), list{"caf\xe9"});
+  EXPECT_EQ(sink.events(trace_event::error),
+            list{"uncaught exception while removing " + with_backslashes(dir.path("tree")) +
+                 "\\caf\xe9"});
+}
+#endif
+
 TEST(VuFileRecurseRemoveDirUtf8, ReachesWhatLiesBeyondTheClassicLimit) {
   const scratch_folder dir;
   std::string folder = dir.path("tree");
