@@ -599,7 +599,9 @@ Status stat(Path path, FileStat& result, Links links) {
 
 Status open_folder(Path path, Handle& folder) {
   folder = kNoHandle;
-  const Place place(path);
+  Place place(path);
+  // Otherwise the system would follow a link: "a/" is the target of the link "a".
+  place.drop_separators_at_the_end();
   constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
   Descriptor descriptor(::openat(place.base(), place.name(), kFlags));
   if (!descriptor.valid()) return fail(errno);

@@ -420,6 +420,12 @@ TEST_F(SwappedFolder, IsNotWalkedIntoByTheUtf8FormEither) {
   expect_safe_when_swapped_before(Call::open_folder, 2, remove);
 }
 
+TEST_F(SwappedFolder, IsNotWalkedIntoIfItsPathEndsInASeparator) {
+  const std::string path = m_dir.path("tree\\sub\\");
+  expect_safe_when_swapped_before(Call::open_folder, 1,
+                                  [&] { return vu_file::recurseRemoveDir(path); });
+}
+
 TEST_F(SwappedFolder, IsListedByTheUtf8FormAsTheRequestedOne) {
   const vu_utf8string tree(m_dir.path("tree"));
   const auto remove = [&] { return vu_fileutf8::recurseRemoveDir(tree); };
