@@ -62,6 +62,17 @@ bool is_link_to_folder(const vu_utf8string& path) {
          !found.is_directory;
 }
 
+/// A path that the system returned, in UTF-8. @return false if it has no such form: on Linux the
+/// name of a folder may be a surrogate without a partner.
+bool to_utf8(const ucs2string& path, vu_utf8string& result) {
+  try {
+    result = vu_utf8string(path);
+    return true;
+  } catch (const vu_i18n_except&) {
+    return false;
+  }
+}
+
 /// Like vu_fileutf8::_remove(), for an entry of an open folder.
 void remove_entry(const trace::Scope& operation, const vu_utf8string& long_path, bool quiet,
                   os::Handle parent) {
@@ -376,15 +387,13 @@ std::vector<vu_utf8string> vu_fileutf8::directories(const ucs2string& path) {
 bool vu_fileutf8::getCurrentDirectory(vu_utf8string& out) {
   VU_FILE_SCOPE();
   ucs2string folder;
-  if (!os::current_directory(folder).ok()) return false;
-  out = vu_utf8string(folder);
-  return true;
+  return os::current_directory(folder).ok() && to_utf8(folder, out);
 }
 
 bool vu_fileutf8::rel2abs(vu_utf8string& path) {
   VU_FILE_SCOPE();
+  // The system would cut the path.
+  if (path.str().find('\0') != std::string::npos) return false;
   ucs2string absolute;
-  if (!os::full_path(ucs2string(path), absolute).ok()) return false;
-  path = vu_utf8string(absolute);
-  return true;
+  return os::full_path(ucs2string(path), absolute).ok() && to_utf8(absolute, path);
 }

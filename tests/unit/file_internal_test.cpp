@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -320,3 +321,26 @@ TEST(VuFileUtf8Rel2abs, OnFailureLeavesItsArgument) {
   EXPECT_FALSE(vu_fileutf8::rel2abs(path));
   EXPECT_EQ(path.str(), "before");
 }
+
+TEST(VuFileUtf8Rel2abs, OfAPathWithANulIsFalse) {
+  const std::string text("a\0b", 3);
+  vu_utf8string path(text);
+  EXPECT_FALSE(vu_fileutf8::rel2abs(path));
+  EXPECT_EQ(path.str(), text);
+}
+
+#if defined(__linux__)
+TEST(VuFileUtf8CurrentDirectory, ThatHasNoUtf8FormIsFalse) {
+  const scratch_folder dir;
+  const std::filesystem::path before = std::filesystem::current_path();
+  const std::string odd = dir.path("\xED\xA0\x80");
+  make_folder(odd);
+  std::filesystem::current_path(native(odd));
+  vu_utf8string current("before");
+  EXPECT_FALSE(vu_fileutf8::getCurrentDirectory(current));
+  EXPECT_EQ(current.str(), "before");
+  EXPECT_FALSE(vu_fileutf8::rel2abs(current));
+  EXPECT_EQ(current.str(), "before");
+  std::filesystem::current_path(before);
+}
+#endif
