@@ -1,6 +1,11 @@
 // What the seam reports about names: probes, listings, stat.
 
 #include <gtest/gtest.h>
+#if defined(__linux__)
+#include <dirent.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#endif
 
 #include <algorithm>
 #include <cerrno>
@@ -197,6 +202,38 @@ TEST(OsList, SeesEveryNameOfALargeFolder) {
   EXPECT_TRUE(succeeds(os::list(scratch.path(""), entries)));
   EXPECT_EQ(names_of(entries), expected);
 }
+
+#if defined(__linux__)
+constexpr int kAll = -1;
+/// How many pages of a listing can be read before one fails.
+int g_pages_left = kAll;
+
+}  // namespace
+
+/// The same system call as that of the C library, unless it is to fail.
+extern "C" ::ssize_t getdents64(int folder, void* records, std::size_t size) noexcept {
+  if (g_pages_left != kAll && g_pages_left-- == 0) {
+    errno = EIO;
+    return -1;
+  }
+  return ::syscall(SYS_getdents64, folder, records, size);
+}
+
+namespace {
+
+TEST(OsList, ThatBreaksOffAddsNoName) {
+  const scratch_folder scratch;
+  constexpr int kMoreThanAPage = 1500;
+  for (int i = 0; i < kMoreThanAPage; ++i)
+    write_file(scratch.path(std::to_string(100'000 + i)), "");
+  os::Listing entries;
+  entries.append("before", EntryKind::kFile);
+  g_pages_left = 1;
+  EXPECT_TRUE(fails(os::list(scratch.path(""), entries), Failure::kOther, {EIO, 0}));
+  EXPECT_EQ(g_pages_left, kAll) << "the second page was read";
+  EXPECT_EQ(names_of(entries), std::vector<std::string>{"before"});
+}
+#endif
 
 /// Calls both forms and expects equal results.
 os::Status stat_both(const std::string& path, os::FileStat& data) {

@@ -210,6 +210,33 @@ TEST_F(TraceFacility, DeliversOnlyWhatIsWanted) {
   EXPECT_EQ(sink.count(), 3U) << "and nothing else";
 }
 
+/// Receives the warnings and errors of this thread during its lifetime.
+class HeardTexts final : public trace::Listener {
+ public:
+  HeardTexts() { trace::listener_place() = this; }
+  ~HeardTexts() { trace::listener_place() = nullptr; }
+  HeardTexts(const HeardTexts&) = delete;
+  HeardTexts& operator=(const HeardTexts&) = delete;
+
+  void hear(trace_event, std::string_view text) noexcept override { m_texts.emplace_back(text); }
+  void hear_failure(std::string_view, std::int32_t) noexcept override {}
+  const Texts& texts() const { return m_texts; }
+
+ private:
+  Texts m_texts;
+};
+
+TEST_F(TraceFacility, GivesTheSinkNothingThatOnlyAListenerWants) {
+  recording_sink sink;
+  sink.want_everything(false);
+  sink.want(trace_event::error, true);
+  const HeardTexts heard;
+  talkative_operation();
+  EXPECT_EQ(heard.texts(), (Texts{"warning", "error"}));
+  EXPECT_EQ(sink.count(trace_event::warning), 0U);
+  EXPECT_EQ(sink.events(trace_event::error), Texts{"error"});
+}
+
 TEST_F(TraceFacility, PutsThePiecesTogetherInTheirOrder) {
   const recording_sink sink;
   VU_TRACE_SCOPE("source", trace_level::m);
