@@ -87,6 +87,8 @@ STG::NameValueSeq load(const KeyFile& from) {
   const auto read = [](const Place& place) {
     vu_file file;
     file.open(place.folder, place.file, vu_file_base::o_read);
+    // Without the lock the lines could be those of a change that is not complete.
+    check_locked(file);
     return lines_of(read_to_end(file).view());
   };
   return from.is_plain() ? read(place_of(from)) : at_place_of(from.address, read);
@@ -137,7 +139,7 @@ vu_status change(const KeyFile& of, const std::string& name,
   }
   vu_file file;
   file.open(place.folder, place.file, vu_file_base::o_append);
-  if (!file.is_locked()) throw Refusal{VU_FAILED, "the lock was not granted", {}};
+  check_locked(file);
   // Also of a new file: another program may have written to it meanwhile.
   const STG::NameValueSeq before = lines_of(read_to_end(file).view());
   const auto lines = changed(before, name, value);

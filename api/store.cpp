@@ -26,6 +26,11 @@ void refuse_handle(handles::Found found) {
   throw Refusal{VU_BAD_HANDLE, "the handle is closed, invalid, or of another kind", {}};
 }
 
+void check_locked(const vu_file& file) {
+  if (!file.is_locked())
+    throw Refusal{VU_FAILED, "the lock was not granted", told_path(file.getFilePath())};
+}
+
 StoreUse::StoreUse(const vu_store* handle) : m_use(handle, Kind::kStore, Sharing::kShared) {
   check_found(m_use.found());
   if ((**this).wait_ms != 0) Call::current().limit_waiting((**this).wait_ms);

@@ -61,6 +61,9 @@ class StoreUse {
   Use m_use;
 };
 
+/// vu_file can be open without its lock: if the lock was refused. @throws Refusal then.
+void check_locked(const vu_file& file);
+
 [[noreturn]] void refuse_handle(handles::Found found);
 inline void check_found(handles::Found found) {
   if (found != handles::Found::kYes) refuse_handle(found);

@@ -25,12 +25,7 @@ Stream& stream_of(const Use& use) {
 }  // namespace
 
 void give_stream(std::unique_ptr<Stream> opened, vu_stream** stream) {
-  // After a refused lock vu_file is open but unlocked.
-  if (!opened->file.is_locked()) {
-    opened->file.close();
-    throw Refusal{LockLimit::passed() ? VU_LOCK_TIMEOUT : VU_FAILED, "the lock was not granted",
-                  told_path(opened->file.getFilePath())};
-  }
+  check_locked(opened->file);
   *stream = static_cast<vu_stream*>(handles::add(Kind::kStream, std::move(opened)));
   // A lock that was refused before does not matter any more, and the caller must close the stream.
   Call::current().note_change();

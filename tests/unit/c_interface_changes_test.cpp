@@ -363,6 +363,27 @@ TEST_F(CInterfaceChanges, ANewVersionThatAnotherProgramUsesStays) {
   EXPECT_EQ(vu_close_store(hurried), VU_DONE);
 }
 
+TEST_F(CInterfaceChanges, AKeyFileIsNotReadWithoutItsLock) {
+  // Without the lock the lines could be those of a change that is not complete.
+  const vu_document file = document("profile.txt");
+  ASSERT_EQ(vu_key_set(m_store, &file, "a", "1"), VU_DONE);
+  const auto line = [](void*, const char*, const char*) -> std::int32_t { return 0; };
+  std::size_t size = 0;
+  const Step reads[] = {[&] { return vu_key_get(m_store, &file, "a", nullptr, 0, &size); },
+                        [&] { return vu_key_each(m_store, &file, line, nullptr); },
+                        [&] { return vu_profile_each(m_store, "anna", nullptr, line, nullptr); }};
+  for (const Step& read : reads) {
+    faults::reset();
+    ASSERT_EQ(read(), VU_DONE);
+    // The lock of the file is the last one.
+    const auto fault = faults::fail(Call::lock, kRefused, faults::calls(Call::lock));
+    EXPECT_EQ(read(), VU_FAILED);
+    EXPECT_EQ(fault.hits(), 1U);
+    EXPECT_STREQ(last_error().text, "the lock was not granted");
+    EXPECT_TRUE(std::string(last_error().path).ends_with(".txt")) << last_error().path;
+  }
+}
+
 // ---- the last numbers of the counter ------------------------------------------------------------
 
 TEST_F(CInterfaceChanges, AfterTheLastNumberNoFileOfAnotherIsWritten) {
