@@ -202,12 +202,14 @@ vu_status failed_or(vu_status otherwise, const char* text, const std::string& pa
 }
 
 vu_status give_text(std::string_view text, char* buffer, std::size_t room, std::size_t* size) {
-  if (size != nullptr) *size = text.size();
-  if (buffer == nullptr && room == 0) {
+  const bool asks_for_size = buffer == nullptr && room == 0;
+  if (asks_for_size) {
     require(size, "size");
-    return VU_DONE;
+  } else {
+    require(buffer, "buffer");
   }
-  require(buffer, "buffer");
+  if (size != nullptr) *size = text.size();
+  if (asks_for_size) return VU_DONE;
   if (room < text.size() + 1)
     throw Refusal{VU_TOO_SHORT, "the buffer is too short; size receives the required size", {}};
   std::copy(text.begin(), text.end(), buffer);

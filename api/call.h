@@ -143,6 +143,12 @@ inline void require(const void* pointer, const char* what) {
 inline void require(bool condition, const char* why) {
   if (!condition) throw Refusal{VU_USAGE, why, {}};
 }
+/// Sets a result to null. Call it first: such a result is null after every failure.
+template <class Result>
+void clear_result(Result** result, const char* what) {
+  require(result, what);
+  *result = nullptr;
+}
 template <class Function>
 void require_callback(Function* callback) {
   if (callback == nullptr) throw Refusal{VU_USAGE, "the callback is null", {}};

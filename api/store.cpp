@@ -283,8 +283,7 @@ vu_status start(const vu_settings& settings) {
 }
 
 vu_status open_store(const vu_settings* settings, vu_store** store) {
-  require(store, "store");
-  *store = nullptr;
+  clear_result(store, "store");
   require(settings, "settings");
   check_size(settings, settings->struct_size, sizeof *settings);
   require((settings->flags & ~kSettingsFlags) == 0 && settings->reserved == 0, "unknown flags");

@@ -86,8 +86,6 @@ void open_for_writing(Stream& stream, const Address& address, bool replaces) {
 
 vu_status open_document(const Store& store, const vu_document* document, std::int32_t mode,
                         vu_stream** stream) {
-  require(stream, "stream");
-  *stream = nullptr;
   require(mode >= VU_READ_EXACT && mode <= VU_WRITE_OVER, "there is no such mode");
   const Address address =
       address_of(store, document, mode == VU_READ_EXACT ? Version::kAny : Version::kNamed);
@@ -102,8 +100,6 @@ vu_status open_document(const Store& store, const vu_document* document, std::in
 
 vu_status open_part(const Store& store, const vu_document* document, const char* rendition,
                     const char* part, std::int32_t mode, vu_stream** stream) {
-  require(stream, "stream");
-  *stream = nullptr;
   require(mode == VU_READ_SERVED || mode == VU_WRITE_OVER, "there is no such mode for a part");
   const Address address = address_of(store, document, Version::kNamed);
   require(address.is_corporate(), "only documents of VU_AREA_DOCS have parts");
@@ -135,6 +131,7 @@ using api::StoreUse;
 
 vu_status vu_open(vu_store* store, const vu_document* document, int32_t mode, vu_stream** stream) {
   return run("vu_open", [&]() -> vu_status {
+    api::clear_result(stream, "stream");
     return api::open_document(*StoreUse(store), document, mode, stream);
   });
 }
@@ -142,6 +139,7 @@ vu_status vu_open(vu_store* store, const vu_document* document, int32_t mode, vu
 vu_status vu_open_part(vu_store* store, const vu_document* document, const char* rendition,
                        const char* part, int32_t mode, vu_stream** stream) {
   return run("vu_open_part", [&]() -> vu_status {
+    api::clear_result(stream, "stream");
     return api::open_part(*StoreUse(store), document, rendition, part, mode, stream);
   });
 }

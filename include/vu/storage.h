@@ -353,7 +353,8 @@ enum {
  * @param bytes may be null when `size` is 0.
  * @param size their number.
  * @param flags VU_REPLACE, VU_IN_PLACE.
- * @param how may be null; receives VU_STORED_AT_ONCE or VU_STORED_IN_PLACE.
+ * @param how may be null; receives VU_STORED_AT_ONCE or VU_STORED_IN_PLACE, also with
+ *   VU_PARTLY_DONE.
  * @return VU_ALREADY: the version existed when the call began, and VU_REPLACE is not set.
  *   VU_PARTLY_DONE: the version is stored, but something beside it failed, for example removing old
  *   parts or, on Windows, an old file that is open. While an old file stays, another program can

@@ -164,49 +164,73 @@ struct Row {
   const char* what;
   vu_status expected;
   std::function<vu_status()> call;
+  std::function<bool()> is_null = [] { return true; };  ///< what must be null after a failure
 };
+
+char g_somewhere;
+
+/// Everything that the rows pass to receive results. Before each row it is as declared here.
+struct Outputs {
+  char text[200] = "untouched";
+  std::size_t size = 77;
+  std::int64_t number = 78;
+  std::int32_t how = 79;
+  // A caller that frees or closes them after a failure must find null.
+  void* bytes = &g_somewhere;
+  vu_stream* stream = reinterpret_cast<vu_stream*>(&g_somewhere);
+  vu_store* store = reinterpret_cast<vu_store*>(&g_somewhere);
+  vu_info info = VU_INFO_INIT;
+  std::vector<std::string> names;
+
+  /// Whether nothing is written. The pointers may be null.
+  bool is_untouched() const {
+    return std::strcmp(text, "untouched") == 0 && size == 77 && number == 78 && how == 79 &&
+           info.version == 0 && info.size == -1 && names.empty();
+  }
+};
+Outputs g_out;
 
 /// Every call that takes a store, with valid other arguments.
 std::vector<Row> calls_with(vu_store* handle, vu_status expected) {
   static const vu_document good = document("arguments", "a.kdf", 1);
-  static char text[200];
-  static std::size_t size = 0;
-  static std::int64_t number = 0;
-  static void* bytes = nullptr;
-  static vu_stream* stream = nullptr;
-  static vu_info info = VU_INFO_INIT;
-  static std::vector<std::string> names;
   const auto line = [](void*, const char*, const char*) -> std::int32_t { return 0; };
   return {
-      {"folder", expected, [=] { return vu_folder(handle, 0, text, sizeof text, &size); }},
+      {"folder", expected,
+       [=] { return vu_folder(handle, 0, g_out.text, sizeof g_out.text, &g_out.size); }},
       {"exists", expected, [=] { return vu_exists(handle, &good); }},
-      {"describe", expected, [=] { return vu_describe(handle, &good, &info); }},
+      {"describe", expected, [=] { return vu_describe(handle, &good, &g_out.info); }},
       {"file_path", expected,
-       [=] { return vu_file_path(handle, &good, text, sizeof text, &size); }},
-      {"read", expected, [=] { return vu_read(handle, &good, text, sizeof text, &size); }},
-      {"read_whole", expected, [=] { return vu_read_whole(handle, &good, &bytes, &size); }},
-      {"put", expected, [=] { return vu_put(handle, &good, "x", 1, 0, nullptr); }},
-      {"copy_in", expected, [=] { return vu_copy_in(handle, &good, "x", 0, nullptr); }},
+       [=] { return vu_file_path(handle, &good, g_out.text, sizeof g_out.text, &g_out.size); }},
+      {"read", expected,
+       [=] { return vu_read(handle, &good, g_out.text, sizeof g_out.text, &g_out.size); }},
+      {"read_whole", expected,
+       [=] { return vu_read_whole(handle, &good, &g_out.bytes, &g_out.size); }},
+      {"put", expected, [=] { return vu_put(handle, &good, "x", 1, 0, &g_out.how); }},
+      {"copy_in", expected, [=] { return vu_copy_in(handle, &good, "x", 0, &g_out.how); }},
       {"copy_out", expected, [=] { return vu_copy_out(handle, &good, "x", 0); }},
       {"remove", expected, [=] { return vu_remove(handle, &good); }},
       {"rename", expected, [=] { return vu_rename(handle, &good, &good, 0); }},
-      {"latest", expected, [=] { return vu_latest(handle, &good, &number); }},
-      {"open", expected, [=] { return vu_open(handle, &good, VU_READ_EXACT, &stream); }},
+      {"latest", expected, [=] { return vu_latest(handle, &good, &g_out.number); }},
+      {"open", expected, [=] { return vu_open(handle, &good, VU_READ_EXACT, &g_out.stream); },
+       [] { return g_out.stream == nullptr; }},
       {"open_part", expected,
-       [=] { return vu_open_part(handle, &good, "html@a", "p", VU_READ_SERVED, &stream); }},
+       [=] { return vu_open_part(handle, &good, "html@a", "p", VU_READ_SERVED, &g_out.stream); },
+       [] { return g_out.stream == nullptr; }},
       {"each_document", expected,
-       [=] { return vu_each_document(handle, VU_AREA_DOCS, "a", 0, collect_entry, &names); }},
+       [=] { return vu_each_document(handle, VU_AREA_DOCS, "a", 0, collect_entry, &g_out.names); }},
       {"each_version", expected,
-       [=] { return vu_each_version(handle, &good, 0, collect_entry, &names); }},
+       [=] { return vu_each_version(handle, &good, 0, collect_entry, &g_out.names); }},
       {"each_owner", expected,
-       [=] { return vu_each_owner(handle, VU_AREA_DOCS, collect_name, &names); }},
+       [=] { return vu_each_owner(handle, VU_AREA_DOCS, collect_name, &g_out.names); }},
       {"key_get", expected,
-       [=] { return vu_key_get(handle, &good, "a", text, sizeof text, &size); }},
+       [=] { return vu_key_get(handle, &good, "a", g_out.text, sizeof g_out.text, &g_out.size); }},
       {"key_set", expected, [=] { return vu_key_set(handle, &good, "a", "b"); }},
       {"key_delete", expected, [=] { return vu_key_delete(handle, &good, "a"); }},
       {"key_each", expected, [=] { return vu_key_each(handle, &good, line, nullptr); }},
       {"profile_get", expected,
-       [=] { return vu_profile_get(handle, "a", "p", "l", text, sizeof text, &size); }},
+       [=] {
+         return vu_profile_get(handle, "a", "p", "l", g_out.text, sizeof g_out.text, &g_out.size);
+       }},
       {"profile_set", expected, [=] { return vu_profile_set(handle, "a", "p", "l", "v"); }},
       {"profile_delete", expected, [=] { return vu_profile_delete(handle, "a", "p", "l"); }},
       {"profile_each", expected, [=] { return vu_profile_each(handle, "a", "p", line, nullptr); }},
@@ -214,7 +238,7 @@ std::vector<Row> calls_with(vu_store* handle, vu_status expected) {
       {"remove_owner", expected, [=] { return vu_remove_owner(handle, "a"); }},
       {"clean", expected,
        [=] {
-         return vu_clean(handle, VU_AREA_DOCS, "a", 9, VU_DRY_RUN, nullptr, nullptr, nullptr);
+         return vu_clean(handle, VU_AREA_DOCS, "a", 9, VU_DRY_RUN, nullptr, nullptr, &g_out.number);
        }},
       {"migrate_inbox", expected, [=] { return vu_migrate_inbox(handle, "a"); }},
       {"close_store", expected, [=] { return vu_close_store(handle); }},
@@ -222,22 +246,23 @@ std::vector<Row> calls_with(vu_store* handle, vu_status expected) {
 }
 
 std::vector<Row> calls_with_stream(vu_stream* handle, vu_status expected) {
-  static char text[10];
-  static std::size_t size = 0;
-  static std::int64_t number = 0;
   return {
-      {"stream_read", expected, [=] { return vu_stream_read(handle, text, 10, &size); }},
+      {"stream_read", expected,
+       [=] { return vu_stream_read(handle, g_out.text, 10, &g_out.size); }},
       {"stream_write", expected, [=] { return vu_stream_write(handle, "x", 1); }},
       {"stream_seek", expected, [=] { return vu_stream_seek(handle, 0, VU_FROM_START); }},
-      {"stream_size", expected, [=] { return vu_stream_size(handle, &number); }},
+      {"stream_size", expected, [=] { return vu_stream_size(handle, &g_out.number); }},
       {"stream_close", expected, [=] { return vu_stream_close(handle); }},
   };
 }
 
 void expect_rows(const std::vector<Row>& rows, const char* handle) {
   for (const Row& row : rows) {
+    g_out = {};
     EXPECT_EQ(std::string(vu_status_name(row.call())), vu_status_name(row.expected))
         << row.what << " with " << handle;
+    EXPECT_TRUE(g_out.is_untouched()) << row.what << " with " << handle;
+    EXPECT_TRUE(row.is_null()) << row.what << " with " << handle;
     EXPECT_EQ(last_error().status, row.expected) << row.what;
     EXPECT_STRNE(last_error().text, "") << row.what;
   }
@@ -359,26 +384,35 @@ TEST(CArguments, PointersThatHaveToLeadSomewhere) {
   ASSERT_EQ(put(good, "12345"), VU_DONE);
   vu_stream* stream = nullptr;
   ASSERT_EQ(vu_open(store(), &good, VU_READ_EXACT, &stream), VU_DONE);
-  void* bytes = nullptr;
-  std::size_t size = 0;
   vu_info info = VU_INFO_INIT;
   info.struct_size = 3;
   vu_error error = VU_ERROR_INIT;
   error.struct_size = 3;
   vu_settings settings = VU_SETTINGS_INIT;
   settings.struct_size = 3;
-  vu_store* other = nullptr;
   const std::vector<Row> rows = {
-      {"no settings", VU_USAGE, [&] { return vu_open_store(nullptr, &other); }},
-      {"short settings", VU_USAGE, [&] { return vu_open_store(&settings, &other); }},
+      {"no settings", VU_USAGE, [&] { return vu_open_store(nullptr, &g_out.store); },
+       [] { return g_out.store == nullptr; }},
+      {"short settings", VU_USAGE, [&] { return vu_open_store(&settings, &g_out.store); },
+       [] { return g_out.store == nullptr; }},
       {"nowhere to put the store", VU_USAGE, [&] { return vu_open_store(&settings, nullptr); }},
       {"nowhere to put the size", VU_USAGE,
        [&] { return vu_read(store(), &good, nullptr, 0, nullptr); }},
-      {"no buffer", VU_USAGE, [&] { return vu_read(store(), &good, nullptr, 9, &size); }},
+      {"no buffer", VU_USAGE, [&] { return vu_read(store(), &good, nullptr, 9, &g_out.size); }},
       {"nowhere to put bytes", VU_USAGE,
-       [&] { return vu_read_whole(store(), &good, nullptr, &size); }},
+       [&] { return vu_read_whole(store(), &good, nullptr, &g_out.size); }},
       {"nowhere to put their size", VU_USAGE,
-       [&] { return vu_read_whole(store(), &good, &bytes, nullptr); }},
+       [&] { return vu_read_whole(store(), &good, &g_out.bytes, nullptr); },
+       [] { return g_out.bytes == nullptr; }},
+      {"room without a buffer", VU_USAGE,
+       [&] { return vu_folder(store(), 0, nullptr, 5, &g_out.size); }},
+      {"room without a buffer for a path", VU_USAGE,
+       [&] { return vu_file_path(store(), &good, nullptr, 5, &g_out.size); }},
+      {"nowhere to put the size of a path", VU_USAGE,
+       [&] { return vu_folder(store(), 0, nullptr, 0, nullptr); }},
+      {"no mode for a part", VU_USAGE,
+       [&] { return vu_open_part(store(), &good, "a", "p", VU_WRITE_NEW, &g_out.stream); },
+       [] { return g_out.stream == nullptr; }},
       {"no bytes", VU_USAGE,
        [&] { return vu_put(store(), &good, nullptr, 1, VU_REPLACE, nullptr); }},
       {"unknown flags", VU_USAGE, [&] { return vu_put(store(), &good, "x", 1, 64, nullptr); }},
@@ -394,8 +428,10 @@ TEST(CArguments, PointersThatHaveToLeadSomewhere) {
       {"no target", VU_USAGE, [&] { return vu_rename(store(), &good, nullptr, 0); }},
       {"nowhere to put the stream", VU_USAGE,
        [&] { return vu_open(store(), &good, VU_READ_EXACT, nullptr); }},
-      {"mode 0", VU_USAGE, [&] { return vu_open(store(), &good, 0, &stream); }},
-      {"mode 5", VU_USAGE, [&] { return vu_open(store(), &good, 5, &stream); }},
+      {"mode 0", VU_USAGE, [&] { return vu_open(store(), &good, 0, &g_out.stream); },
+       [] { return g_out.stream == nullptr; }},
+      {"mode 5", VU_USAGE, [&] { return vu_open(store(), &good, 5, &g_out.stream); },
+       [] { return g_out.stream == nullptr; }},
       {"no callback", VU_USAGE,
        [&] { return vu_each_document(store(), VU_AREA_DOCS, "a", 0, nullptr, nullptr); }},
       {"no callback for versions", VU_USAGE,
@@ -416,19 +452,18 @@ TEST(CArguments, PointersThatHaveToLeadSomewhere) {
        }},
       {"no owner to migrate", VU_REFUSED, [&] { return vu_migrate_inbox(store(), nullptr); }},
   };
-  vu_stream* const kept = stream;
   expect_rows(rows, "a good handle");
   EXPECT_EQ(vu_last_error(nullptr), VU_USAGE);
   EXPECT_EQ(vu_last_error(&error), VU_USAGE);
   const std::vector<Row> on_stream = {
       {"nowhere to put the size", VU_USAGE,
-       [&] { return vu_stream_read(kept, nullptr, 0, nullptr); }},
-      {"no buffer", VU_USAGE, [&] { return vu_stream_read(kept, nullptr, 1, &size); }},
-      {"an unknown origin", VU_USAGE, [&] { return vu_stream_seek(kept, 0, 3); }},
-      {"a far distance", VU_USAGE, [&] { return vu_stream_seek(kept, 1LL << 31, 0); }},
-      {"nowhere to put the length", VU_USAGE, [&] { return vu_stream_size(kept, nullptr); }},
+       [&] { return vu_stream_read(stream, nullptr, 0, nullptr); }},
+      {"no buffer", VU_USAGE, [&] { return vu_stream_read(stream, nullptr, 1, &g_out.size); }},
+      {"an unknown origin", VU_USAGE, [&] { return vu_stream_seek(stream, 0, 3); }},
+      {"a far distance", VU_USAGE, [&] { return vu_stream_seek(stream, 1LL << 31, 0); }},
+      {"nowhere to put the length", VU_USAGE, [&] { return vu_stream_size(stream, nullptr); }},
   };
   expect_rows(on_stream, "a good stream");
-  EXPECT_EQ(vu_stream_close(kept), VU_DONE);
+  EXPECT_EQ(vu_stream_close(stream), VU_DONE);
   EXPECT_EQ(content(good), "12345");
 }
