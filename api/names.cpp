@@ -8,6 +8,7 @@
 #include "index/index_format.h"
 #include "index/index_gate.h"
 #include "platform/os/os.h"
+#include "storage/layout.h"
 #include "vu_file.h"
 #include "vu_i18n.h"
 
@@ -176,6 +177,21 @@ void require_one_line(std::string_view name) {
 std::string file_name_of(const Store& store, const char* what, const char* name) {
   require(name, what);
   return narrow(what, name, checked_characters(store, what, name));
+}
+
+std::string rendition_of(const Store& store, const char* text) {
+  constexpr const char* kWhat = "the rendition";
+  const std::string rendition = file_name_of(store, kWhat, text);
+  if (store.guard == Guard::kOff) return rendition;
+  // The name after "html@" or "pdf@", or all of it: the folder of the parts.
+  const std::string name = layout::folders_to_read(rendition).of_parts;
+  if (const char* const why = why_refused(name, characters_of(name))) refuse(kWhat, text, why);
+  // Required: writing splits at every "@", reading only after "html" and "pdf".
+  if (name.find('@') != std::string::npos)
+    refuse(kWhat, text, "\"@\" follows only \"html\" and \"pdf\"");
+  if (may_be_one_file(name, layout::kPreloadFolder))
+    refuse(kWhat, text, "it is the folder of the preload copies");
+  return rendition;
 }
 
 std::string path_of(const char* path) {

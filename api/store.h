@@ -84,6 +84,8 @@ std::string entry_of(const Store& store, const char* text);
 void require_one_line(std::string_view name);
 /// A name that becomes the name of a file, unchanged.
 std::string file_name_of(const Store& store, const char* what, const char* name);
+/// The rendition of a part. The guard also refuses one that is not in a folder of its own.
+std::string rendition_of(const Store& store, const char* text);
 /// A path; not guarded.
 std::string path_of(const char* path);
 /// Refuses a document name that is already the name of another document's file or of a folder. A

@@ -103,7 +103,7 @@ vu_status open_part(const Store& store, const vu_document* document, const char*
   require(mode == VU_READ_SERVED || mode == VU_WRITE_OVER, "there is no such mode for a part");
   const Address address = address_of(store, document, Version::kNamed);
   require(address.is_corporate(), "only documents of VU_AREA_DOCS have parts");
-  const std::string type = file_name_of(store, "the rendition", rendition);
+  const std::string type = rendition_of(store, rendition);
   const std::string id = file_name_of(store, "the part", part);
   static_cast<void>(place_of(address));
   auto opened = std::make_unique<Stream>();

@@ -477,7 +477,8 @@ VU_C_API vu_status vu_open(vu_store* store, const vu_document* document, int32_t
  * Reading opens a part that is up to date. A newer preload copy (vu_storage::OpenReadSubPart()) is
  * first copied over the part. After VU_OUTDATED the caller generates the part and writes it.
  *
- * @param rendition "html@" + name, "pdf@" + name, or another name without "@".
+ * @param rendition "html@" + name, "pdf@" + name, or another name without "@". The guard refuses
+ *   any other "@", and the name "preload": the folder of the preload copies.
  * @param part the part's name.
  * @param mode VU_READ_SERVED or VU_WRITE_OVER.
  * @param stream receives the handle; null on failure. The caller closes it with vu_stream_close().

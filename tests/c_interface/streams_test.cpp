@@ -111,6 +111,49 @@ TEST(CStreams, PartsAreWrittenAndReadWhileUpToDate) {
             VU_REFUSED);
 }
 
+TEST(CStreams, ARenditionStaysInItsFolder) {
+  const vu_document where = document("rendition", "a.kdc", 0);
+  ASSERT_EQ(put(where, "document"), VU_DONE);
+  const std::vector<std::string> before = list_folder(program_store().root.path("storage\\docs"));
+  vu_stream* stream = nullptr;
+  for (const char* const refused :
+       {"..@.",   "..@..",        "html@..",     "html@.",  "pdf@..",   "html@",    "pdf@",
+        "@",      "@de",          "de@",         "a@b",     "html@a@b", "html@a/b", "html@..\\a",
+        "HTML@a", "html@preload", "pdf@preload", "preload", "html@a*",  "html@a\nb"}) {
+    for (const std::int32_t mode : {VU_READ_SERVED, VU_WRITE_OVER}) {
+      EXPECT_EQ(name_of(vu_open_part(store(), &where, refused, "1", mode, &stream)), "VU_REFUSED")
+          << refused;
+      EXPECT_EQ(stream, nullptr) << refused;
+    }
+    EXPECT_EQ(last_error().path, std::string(refused));
+  }
+  EXPECT_EQ(list_folder(program_store().root.path("storage\\docs")), before);
+  EXPECT_FALSE(std::filesystem::exists(native(path_of(where) + "_")));
+  for (const char* const allowed : {"html@de", "pdf@de", "de", "html", "html@preloaded"}) {
+    ASSERT_EQ(vu_open_part(store(), &where, allowed, "1", VU_WRITE_OVER, &stream), VU_DONE)
+        << allowed;
+    EXPECT_EQ(vu_stream_write(stream, allowed, 2), VU_DONE);
+    EXPECT_EQ(vu_stream_close(stream), VU_DONE);
+    ASSERT_EQ(vu_open_part(store(), &where, allowed, "1", VU_READ_SERVED, &stream), VU_DONE)
+        << allowed;
+    EXPECT_EQ(rest_of(stream), std::string(allowed).substr(0, 2));
+    EXPECT_EQ(vu_stream_close(stream), VU_DONE);
+  }
+}
+
+TEST(CStreams, WithoutTheGuardARenditionIsThatOfTheClass) {
+  const vu_document where = document("rendition-bare", "a.kdf", 1);
+  ASSERT_EQ(put(where, "document"), VU_DONE);
+  vu_status status = VU_FAILED;
+  vu_store* const bare = program_store().open(VU_NO_GUARD, 0, status);
+  vu_stream* stream = nullptr;
+  ASSERT_EQ(vu_open_part(bare, &where, "a@b", "1", VU_WRITE_OVER, &stream), VU_DONE);
+  EXPECT_EQ(vu_stream_close(stream), VU_DONE);
+  EXPECT_TRUE(std::filesystem::exists(native(path_of(where) + "_") / "a" / "b" / "1"));
+  EXPECT_EQ(vu_open_part(bare, &where, "a@b", "1", VU_READ_SERVED, &stream), VU_OUTDATED);
+  EXPECT_EQ(vu_close_store(bare), VU_DONE);
+}
+
 TEST(CStreams, ALockThatIsHeldEndsTheCallInTime) {
   const vu_document where = document("limits", "a.kdf", 1);
   ASSERT_EQ(put(where, "x"), VU_DONE);
