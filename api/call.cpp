@@ -104,7 +104,8 @@ void Call::hear_failure(std::string_view path, std::int32_t code) noexcept {
   ++m_refusals;
   if (m_has_error) return;
   try {
-    m_state.problem.set_path(os::native_form(std::string(path)));
+    m_failed_path = path;
+    m_state.problem.set_path(os::native_form(m_failed_path));
   } catch (...) {
     // Reported without the path.
   }
@@ -123,6 +124,7 @@ void Call::set_system(std::int32_t code) noexcept {
 void Call::forget() noexcept {
   m_failures = 0;
   m_refusals = 0;
+  m_failed_path.clear();
   m_has_error = false;
   m_state.problem.clear(m_operation);
 }

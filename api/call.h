@@ -84,6 +84,9 @@ class Call final : public trace::Listener {
   unsigned troubles() const { return m_failures + m_refusals; }
   /// The same, or the system refused something and the operation continued.
   bool heard_refusal() const { return m_failures != 0 || m_refusals != 0; }
+  /// The path of the file that vu_last_error() reports, in the encoding of paths and never cut.
+  /// Empty if no failure of a file was heard.
+  const std::string& failed_path() const { return m_failed_path; }
   /// Drops all failures and refusals so far.
   void forget() noexcept;
   /// Stores the status of the call, and a reason if there is none yet. @return the final status.
@@ -101,6 +104,7 @@ class Call final : public trace::Listener {
   const char* m_operation;
   unsigned m_failures = 0;
   unsigned m_refusals = 0;
+  std::string m_failed_path;
   bool m_has_error = false;
   bool m_is_changed = false;
   std::optional<LockLimit> m_limit;

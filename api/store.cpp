@@ -189,13 +189,13 @@ bool is_removed(const Address& address, const Place& old) {
 vu_status status_of_removal() {
   Call::current().note_change();
   if (!LockLimit::passed()) return done_unless_told();
-  const std::string path = last_problem().path();
+  const std::string& path = Call::current().failed_path();
   throw Refusal{VU_PARTLY_DONE,
                 path.ends_with(index_format::kIndexFile)
                     ? "the file is removed, but the index was locked: its entry or its lines in "
                       "category files stay"
                     : "the file and its entry are removed, but its line in a locked file stays",
-                path};
+                told_path(path)};
 }
 
 namespace {

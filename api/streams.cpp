@@ -41,8 +41,8 @@ void open_exact(Stream& stream, const Address& address) {
 
 /// Whether the file that could not be opened exists. If it does, the system refused to open it.
 bool is_refused_file_there() {
-  std::string path;
-  return os::narrow_of(last_problem().path(), path) && !path.empty() && vu_file::exists(path);
+  const std::string& path = Call::current().failed_path();
+  return !path.empty() && vu_file::exists(path);
 }
 
 /// Throws the reason why OpenRead() served nothing. Returns if the version has a new file now.

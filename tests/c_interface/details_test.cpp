@@ -224,6 +224,42 @@ int owners_share_folders(const std::vector<std::string>& args) {
 }
 REGISTER_ROLE(owners_share_folders, owners_share_folders)
 
+#if !defined(_WIN32)
+/// A process whose root is longer than the texts of vu_last_error(). Two files are replaced by
+/// folders, which cannot be opened. @return as above.
+int has_a_long_root(const std::vector<std::string>& args) {
+  std::string root = args.at(0);
+  for (int i = 0; i < 6; ++i) root += "/" + std::string(200, 'd');
+  vu_settings settings = VU_SETTINGS_INIT;
+  settings.root = root.c_str();
+  settings.flags = VU_MAKE_ROOT | VU_NO_ADOPTION;
+  vu_store* own = nullptr;
+  if (vu_open_store(&settings, &own) != VU_DONE) return __LINE__ % 100;
+  const vu_document where = document("anna", "a.kdc");
+  if (vu_put(own, &where, "x", 1, 0, nullptr) != VU_DONE) return __LINE__ % 100;
+  vu_stream* stream = nullptr;
+  if (vu_open_part(own, &where, "html@de", "1", VU_WRITE_OVER, &stream) != VU_DONE ||
+      vu_stream_close(stream) != VU_DONE)
+    return __LINE__ % 100;
+  std::string file(4000, '\0');
+  std::size_t size = 0;
+  if (vu_file_path(own, &where, file.data(), file.size(), &size) != VU_DONE) return __LINE__ % 100;
+  file.resize(size);
+  const std::filesystem::path part = native(file + "_") / "html" / "de" / "1";
+  std::filesystem::remove(part);
+  std::filesystem::create_directory(part);
+  if (vu_open_part(own, &where, "html@de", "1", VU_READ_SERVED, &stream) != VU_FAILED)
+    return __LINE__ % 100;
+  std::filesystem::remove(native(file));
+  std::filesystem::create_directory(native(file));
+  if (vu_open(own, &where, VU_READ_SERVED, &stream) != VU_FAILED) return __LINE__ % 100;
+  // The reason is that of the system.
+  if (last_error().system_code == 0) return __LINE__ % 100;
+  return vu_close_store(own) == VU_DONE ? 0 : 99;
+}
+REGISTER_ROLE(has_a_long_root, has_a_long_root)
+#endif
+
 /// A process with a configuration folder. @return as above.
 int master_profile_has_two_names(const std::vector<std::string>& args) {
   vu_settings settings = VU_SETTINGS_INIT;
@@ -269,6 +305,14 @@ TEST(CProcesses, OwnersMayShareFolders) {
   child_process other("owners_share_folders", {native(root.path()).string()});
   EXPECT_EQ(other.wait(), 0) << "the line of the role that is wrong";
 }
+
+#if !defined(_WIN32)
+TEST(CProcesses, AFailureIsTheSameBelowALongRoot) {
+  const scratch_folder root;
+  child_process other("has_a_long_root", {native(root.path()).string()});
+  EXPECT_EQ(other.wait(), 0) << "the line of the role that is wrong";
+}
+#endif
 
 TEST(CProcesses, TheMasterProfileHasTwoNames) {
   const scratch_folder root;
