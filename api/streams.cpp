@@ -10,6 +10,7 @@
 #include "file/lock_limit.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
+#include "storage/layout.h"
 #include "vu_storage.h"
 
 // Streams: open files of the storage.
@@ -39,6 +40,11 @@ void open_exact(Stream& stream, const Address& address) {
   });
 }
 
+/// Whether the version decides what is served, and not the time of its file.
+bool is_exact(const Address& address) {
+  return address.is_corporate() && vu_file::getExtension(address.name) == "kdf";
+}
+
 /// Whether the file that could not be opened exists. If it does, the system refused to open it.
 bool is_refused_file_there() {
   const std::string& path = Call::current().failed_path();
@@ -51,15 +57,15 @@ void check_served(const Address& address) {
     if (LockLimit::passed() || is_refused_file_there()) throw Refusal{VU_FAILED, {}, {}};
     return;
   }
-  const bool is_exact = address.is_corporate() && vu_file::getExtension(address.name) == "kdf";
+  const bool is_as_named = is_exact(address);
   Address served = address;
-  if (!is_exact) served.version = 0;
+  if (!is_as_named) served.version = 0;
   const Place place = place_of(served);
   vu_info info;
   static_cast<void>(describe_file(place.path(), served.version, info));
   const auto time = static_cast<std::int32_t>(info.modified);
-  // An unknown time is 0, which is never new enough.
-  const bool is_too_old = address.is_corporate() && !is_exact && time < address.version;
+  // OpenRead() takes the time 0 as unknown, and never serves such a file.
+  const bool is_too_old = address.is_corporate() && !is_as_named && time < address.version;
   if (time == 0 || is_too_old)
     throw Refusal{VU_OUTDATED, "the document is older than requested", told_path(place.path())};
 }
@@ -98,6 +104,30 @@ vu_status open_document(const Store& store, const vu_document* document, std::in
   return VU_DONE;
 }
 
+std::int32_t time_of(const std::string& path) {
+  return static_cast<std::int32_t>(vu_file::modify_time(path));
+}
+
+/// Copies a newer preload copy over the part, and opens the part. OpenReadSubPart() does the same,
+/// but does not report that the system refused the copy.
+/// @return false if no preload copy is newer. @throws Refusal, vu_file_except
+bool open_from_preload(vu_file& file, const Place& document, const std::string& rendition,
+                       const std::string& part) {
+  const layout::RenditionFolders below = layout::folders_to_read(rendition);
+  std::string folder = layout::root_of_parts(document.path(), vu_storage::getTdcTimeStamp());
+  if (!below.of_type.empty()) folder += "\\" + below.of_type;
+  const std::string preload = folder + "\\" + std::string(layout::kPreloadFolder) + "\\" + part;
+  folder += "\\" + below.of_parts;
+  const std::string path = folder + "\\" + part;
+  if (time_of(preload) <= time_of(path)) return false;
+  const os::Status copied = os::copy(preload, path, os::IfExists::kReplace);
+  if (!copied.ok())
+    throw Refusal{VU_FAILED, "the newer preload copy cannot be copied over the part",
+                  told_path(path), copied.code()};
+  file.open(folder, part, vu_file_base::o_read);
+  return true;
+}
+
 vu_status open_part(const Store& store, const vu_document* document, const char* rendition,
                     const char* part, std::int32_t mode, vu_stream** stream) {
   require(mode == VU_READ_SERVED || mode == VU_WRITE_OVER, "there is no such mode for a part");
@@ -105,7 +135,7 @@ vu_status open_part(const Store& store, const vu_document* document, const char*
   require(address.is_corporate(), "only documents of VU_AREA_DOCS have parts");
   const std::string type = rendition_of(store, rendition);
   const std::string id = file_name_of(store, "the part", part);
-  static_cast<void>(place_of(address));
+  const Place place = place_of(address);
   auto opened = std::make_unique<Stream>();
   vu_storage facade;
   if (mode == VU_WRITE_OVER) {
@@ -116,8 +146,11 @@ vu_status open_part(const Store& store, const vu_document* document, const char*
                            address.version);
   }
   if (!opened->file.is_open()) {
-    if (is_refused_file_there()) throw Refusal{VU_FAILED, {}, {}};
-    return failed_or(VU_OUTDATED, "the part is missing or too old; generate it and write it");
+    if (Call::current().heard_failure() || is_refused_file_there())
+      throw Refusal{VU_FAILED, {}, {}};
+    // The parts of an exact document have no preload copies.
+    if (is_exact(address) || !open_from_preload(opened->file, place, type, id))
+      throw Refusal{VU_OUTDATED, "the part is missing or too old; generate it and write it", {}};
   }
   give_stream(std::move(opened), stream);
   return VU_DONE;

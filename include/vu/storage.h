@@ -483,8 +483,9 @@ VU_C_API vu_status vu_open(vu_store* store, const vu_document* document, int32_t
  * @param mode VU_READ_SERVED or VU_WRITE_OVER.
  * @param stream receives the handle; null on failure. The caller closes it with vu_stream_close().
  * @return VU_NOTHING_MATCHED: there is no such version of the document. VU_OUTDATED: the part is
- *   missing or too old. Waits for writers of the index, then for writers of the part; to write it,
- *   also for its readers.
+ *   missing or too old. VU_FAILED: also, at once, if a newer preload copy cannot be copied over the
+ *   part, for example while another stream has the part open. Otherwise waits for writers of the
+ *   index, then for writers of the part; to write it, also for its readers.
  */
 VU_C_API vu_status vu_open_part(vu_store* store, const vu_document* document, const char* rendition,
                                 const char* part, int32_t mode, vu_stream** stream);

@@ -154,6 +154,47 @@ TEST(CStreams, WithoutTheGuardARenditionIsThatOfTheClass) {
   EXPECT_EQ(vu_close_store(bare), VU_DONE);
 }
 
+TEST(CStreams, APreloadCopyThatCannotReplaceThePartIsReported) {
+  const vu_document where = document("preload", "a.kdc", 0);
+  ASSERT_EQ(put(where, "document"), VU_DONE);
+  const std::filesystem::path root = native(path_of(where) + "_");
+  const std::string part = (root / "html" / "de" / "1").string();
+  const std::string preload = (root / "html" / "preload" / "1").string();
+  vu_stream* writer = nullptr;
+  ASSERT_EQ(vu_open_part(store(), &where, "html@de", "1", VU_WRITE_OVER, &writer), VU_DONE);
+  ASSERT_EQ(vu_stream_write(writer, "old", 3), VU_DONE);
+  ASSERT_EQ(vu_stream_close(writer), VU_DONE);
+  vu_stream* reader = nullptr;
+  ASSERT_EQ(vu_open_part(store(), &where, "html@de", "1", VU_READ_SERVED, &reader), VU_DONE);
+  make_folder((root / "html" / "preload").string());
+  write_file(preload, "preloaded");
+  set_modify_time(preload, get_modify_time(part) + 10);
+  const auto read = [&] {
+    vu_stream* stream = nullptr;
+    const vu_status status = vu_open_part(store(), &where, "html@de", "1", VU_READ_SERVED, &stream);
+    if (status != VU_DONE) return name_of(status);
+    const std::string bytes = rest_of(stream);
+    EXPECT_EQ(vu_stream_close(stream), VU_DONE);
+    return bytes;
+  };
+  if (!is_emulated()) {
+    // The copy cannot wait for the lock of the reader.
+    EXPECT_EQ(read(), "VU_FAILED");
+    EXPECT_NE(last_error().system_code, 0);
+    EXPECT_EQ(last_error().path, part);
+  }
+  EXPECT_EQ(vu_stream_close(reader), VU_DONE);
+  EXPECT_EQ(read(), "preloaded");
+  // A preload copy that cannot be read.
+  std::filesystem::remove(native(preload));
+  make_folder(preload);
+  set_modify_time(preload, get_modify_time(part) + 10);
+  EXPECT_EQ(read(), "VU_FAILED");
+  EXPECT_NE(last_error().system_code, 0);
+  std::filesystem::remove(native(preload));
+  EXPECT_EQ(read(), "preloaded");
+}
+
 TEST(CStreams, ALockThatIsHeldEndsTheCallInTime) {
   const vu_document where = document("limits", "a.kdf", 1);
   ASSERT_EQ(put(where, "x"), VU_DONE);
