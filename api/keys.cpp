@@ -109,22 +109,27 @@ vu_status each(const KeyFile& from, vu_line_visitor visit, void* context) {
   return VU_DONE;
 }
 
-/// The lines after a change: a new value for the name or, without a value, no line of that name.
+/// The text after a change: a new value for the name or, without a value, no line of that name. All
+/// other lines stay, also those without a separator; each ends with a line feed.
 /// @return nothing if there is no line to remove.
-std::optional<STG::NameValueSeq> changed(const STG::NameValueSeq& lines, const std::string& name,
-                                         const std::optional<std::string>& value) {
-  STG::NameValueSeq result;
+std::optional<std::string> changed(std::string_view text, const std::string& name,
+                                   const std::optional<std::string>& value) {
+  const auto line_of_name = [&] { return name + "=" + *value + "\n"; };
+  std::string result;
   bool is_there = false;
-  for (const STG::NameValue& line : lines) {
-    if (line.name != name) {
-      result.push_back(line);
-    } else if (value && !is_there) {
-      result.push_back({name, *value});
+  key_text::Lines lines(text);
+  std::string_view line;
+  while (lines.next(line)) {
+    const auto pair = key_text::split(line, key_text::Separator::kFirst);
+    if (!pair || pair->name != name) {
+      result.append(line).append("\n");
+      continue;
     }
-    is_there = is_there || line.name == name;
+    if (value && !is_there) result += line_of_name();
+    is_there = true;
   }
   if (!is_there && !value) return std::nullopt;
-  if (!is_there) result.push_back({name, *value});
+  if (!is_there) result += line_of_name();
   return result;
 }
 
@@ -141,17 +146,15 @@ vu_status change(const KeyFile& of, const std::string& name,
   file.open(place.folder, place.file, vu_file_base::o_append);
   check_locked(file);
   // Also of a new file: another program may have written to it meanwhile.
-  const STG::NameValueSeq before = lines_of(read_to_end(file).view());
-  const auto lines = changed(before, name, value);
-  if (!lines) throw Refusal{VU_NOTHING_MATCHED, "there is no such line", {}};
+  const std::optional<std::string> text = changed(read_to_end(file).view(), name, value);
+  if (!text) throw Refusal{VU_NOTHING_MATCHED, "there is no such line", {}};
   // Failures before this point have been survived. If they stopped the call now, the lines would be
   // lost.
   const unsigned failures_before = Call::current().failures();
   const auto has_failed = [&] { return Call::current().failures() != failures_before; };
   file.clear();
   if (has_failed()) throw Refusal{VU_FAILED, {}, told_path(place.path())};
-  const std::string text = key_text::join(*lines);
-  const bool is_whole = file.write(text) == static_cast<int>(text.size());
+  const bool is_whole = write_from(file, *text);
   file.close();
   if (!is_whole || has_failed())
     return failed_or(VU_FAILED,

@@ -581,6 +581,10 @@ VU_C_API vu_status vu_each_owner(vu_store* store, int32_t area, vu_name_visitor 
  * changes do not overwrite each other. It empties the file and writes it: a failed write loses
  * lines.
  *
+ * Line feeds, carriage returns and tabs end lines. A change keeps all other lines in their order,
+ * also those without "=", for example comments. It writes one line feed after each line, and no
+ * empty line except at the start of the file.
+ *
  * The guard refuses with VU_REFUSED what the format cannot store. A line name must not be empty or
  * contain "=". Names and values must not contain a line feed, a carriage return or a tab.
  *

@@ -117,6 +117,17 @@ TEST(CKeys, SeveralLinesOfOneNameBecomeOne) {
   EXPECT_EQ(key_of(file, "a"), "1");
   ASSERT_EQ(vu_key_set(store(), &file, "a", "4"), VU_DONE);
   EXPECT_EQ(lines_of(file), (Names{"a=4", "b=2"}));
+  EXPECT_EQ(content(file), "a=4\nb=2\nno separator\n");
+}
+
+TEST(CKeys, LinesWithoutASeparatorStay) {
+  const vu_document file = document("keys-foreign", "settings.txt", 0, VU_AREA_USER);
+  ASSERT_EQ(put(file, "# comment\na=1\nfree text\n\nb=2\tafter a tab\r\na=3\nno end"), VU_DONE);
+  ASSERT_EQ(vu_key_set(store(), &file, "a", "9"), VU_DONE);
+  EXPECT_EQ(content(file), "# comment\na=9\nfree text\nb=2\nafter a tab\nno end\n");
+  ASSERT_EQ(vu_key_delete(store(), &file, "b"), VU_DONE);
+  ASSERT_EQ(vu_key_set(store(), &file, "c", "3"), VU_DONE);
+  EXPECT_EQ(content(file), "# comment\na=9\nfree text\nafter a tab\nno end\nc=3\n");
 }
 
 TEST(CKeys, WhatTheFormatCannotKeepIsRefused) {
