@@ -451,6 +451,7 @@ enum {
  * - Other documents of VU_AREA_DOCS: version 0, if its file was modified at the time
  *   `document->version` or later; otherwise VU_OUTDATED.
  * - All others: version 0, whatever its age.
+ * A file with the modification time 0 is never served: VU_OUTDATED.
  *
  * A stream that writes is not atomic: other programs wait for it, an interruption leaves the bytes
  * written so far, and only vu_stream_close() flushes them. Prefer vu_put().

@@ -92,6 +92,17 @@ TEST(CStreams, ServedIsWhatIsNewEnough) {
   EXPECT_EQ(vu_stream_close(stream), VU_DONE);
 }
 
+TEST(CStreams, ADocumentWhoseTimeIs0IsNotServed) {
+  for (const std::int32_t area : {VU_AREA_USER, VU_AREA_DOCS}) {
+    const vu_document where = document("served-0", "a.txt", 0, area);
+    ASSERT_EQ(put(where, "page"), VU_DONE);
+    set_modify_time(path_of(where), 0);
+    vu_stream* stream = nullptr;
+    EXPECT_EQ(name_of(vu_open(store(), &where, VU_READ_SERVED, &stream)), "VU_OUTDATED");
+    EXPECT_EQ(content(where), "page");
+  }
+}
+
 TEST(CStreams, PartsAreWrittenAndReadWhileUpToDate) {
   const vu_document where = document("part", "a.kdf", 1);
   vu_stream* stream = nullptr;
