@@ -22,7 +22,7 @@ enum Character : std::uint8_t {
   kSeparator = 1,
   kPattern = 2,
   kLineEnd = 4,
-  kColon = 8,
+  kWindows = 8,   ///< with a meaning in names on Windows only
   kForeign = 16,  ///< not ASCII
 };
 
@@ -31,7 +31,8 @@ constexpr auto kCharacters = [] {
   table['/'] = table['\\'] = kSeparator;
   table['*'] = table['?'] = kPattern;
   table['\n'] = table['\r'] = kLineEnd;
-  table[':'] = kColon;
+  // A colon separates a stream. The others are patterns of the system's search.
+  table[':'] = table['<'] = table['>'] = table['"'] = kWindows;
   for (std::size_t c = 128; c < table.size(); ++c) table[c] = kForeign;
   return table;
 }();
@@ -76,7 +77,7 @@ std::uint8_t characters_of(std::string_view name) {
 
 /// Why a name is not a plain file name on Windows; null if it is one.
 const char* why_no_windows_name(std::string_view name, std::uint8_t characters) {
-  if ((characters & kColon) != 0) return "it contains a colon";
+  if ((characters & kWindows) != 0) return "it contains \":\", \"<\", \">\" or a quotation mark";
   if (name.ends_with('.') || name.ends_with(' ')) return "it ends with a dot or a blank";
   return is_device(name) ? "it is the name of a device" : nullptr;
 }
@@ -94,15 +95,18 @@ const char* why_refused(std::string_view name, std::uint8_t characters) {
       (may_be_one_file(name, index_format::kIndexFile) ||
        may_be_one_file(name, index_format::kCounterFile)))
     return "the index uses this name";
-  if (name.front() == '.' && name.starts_with(kStagedPrefix))
+  if (name.front() == '.' && may_be_one_file(name.substr(0, kStagedPrefix.size()), kStagedPrefix))
     return "the library uses this prefix for temporary names";
   // The library also looks for a file with this name. On Windows more names have a special meaning.
   return is_windows() ? why_no_windows_name(name, characters) : nullptr;
 }
 
-/// Whether the name may be that of a file, or of a folder of parts, that the library created.
-bool may_be_made_here(std::string_view name) {
+/// Whether the name may be that of another document's file or of a folder of parts. The library
+/// begins such names with eight digits. Other files were adopted, and have the name of their own
+/// document; but on Windows that name has several spellings.
+bool may_be_anothers(std::string_view name) {
   constexpr std::size_t kDigits = 8;
+  if (is_windows()) return true;
   return name.size() >= kDigits &&
          name.substr(0, kDigits).find_first_not_of("0123456789") == std::string_view::npos;
 }
@@ -201,7 +205,7 @@ std::string path_of(const char* path) {
 }
 
 void refuse_anothers_file(const Store& store, const Address& address) {
-  if (store.guard == Guard::kOff || !may_be_made_here(address.name)) return;
+  if (store.guard == Guard::kOff || !may_be_anothers(address.name)) return;
   std::string folder;
   if (!find_folder(address, false, folder)) return;
   const std::string path = folder + "\\" + address.name;

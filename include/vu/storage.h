@@ -215,8 +215,8 @@ typedef struct vu_settings {
  * - empty names, "." and "..", names with a separator, "*", "?", a line feed or a carriage return;
  * - "index.dat" and "index", and names that begin with ".vu-storing-";
  * - the physical name of another document in the same folder;
- * - on Windows also names with a colon, with a dot or a blank at the end, and devices such as
- *   "NUL". There the guard compares names without regard to letter case.
+ * - on Windows also names with ":", "<", ">" or a quotation mark, with a dot or a blank at the
+ *   end, and devices such as "NUL". There the guard compares names without regard to letter case.
  *
  * Where owners share folders the owner may be null. Without the guard an empty owner (where owners
  * have folders), an empty document name or one with a line feed yields VU_USAGE.

@@ -51,7 +51,8 @@ TEST(CNames, WindowsReadsMoreIntoThem) {
   const vu_status expected = is_windows() ? VU_REFUSED : VU_NOTHING_MATCHED;
   for (const char* const name :
        {"INDEX.DAT", "Index", "index.dat.", "index.dat ", "index.dat::$DATA", "a:b.kdf", "nul",
-        "NUL.kdf", "Com1.txt", "lpt9 .x", "con", "conin$", "ends.", "ends "}) {
+        "NUL.kdf", "Com1.txt", "lpt9 .x", "con", "conin$", "ends.", "ends ", "a<.kdf", ">", "a\"b",
+        ".VU-STORING-1", ".Vu-storing-1"}) {
     const vu_document where = document("names-windows", name, 1, VU_AREA_USER);
     EXPECT_EQ(name_of(vu_exists(store(), &where)), name_of(expected)) << name;
     const vu_document owned = document(name, "a", 1, VU_AREA_USER);
@@ -73,6 +74,23 @@ TEST(CNames, AnothersFileHasNoSecondSpelling) {
   const vu_document same = document("names-case", upper.c_str(), 1, VU_AREA_USER);
   EXPECT_EQ(name_of(put(same, "x", VU_REPLACE)), is_windows() ? "VU_REFUSED" : "VU_DONE");
   EXPECT_EQ(content(where), "bytes");
+}
+
+TEST(CNames, AnAdoptedFileHasNoSecondSpelling) {
+  // Adoption keeps the name of a file, which then is a document and its file.
+  const vu_document other = document("names-adopted", "a.txt", 0, VU_AREA_USER);
+  ASSERT_EQ(put(other, "x"), VU_DONE);
+  const std::string folder = program_store().root.path("storage\\user\\names-adopted");
+  write_file(folder + "\\report.txt", "adopted");
+  write_file(folder + "\\index.dat",
+             read_file(folder + "\\index.dat") + "report.txt_0000000000/report\n");
+  const vu_document adopted = document("names-adopted", "report.txt", 0, VU_AREA_USER);
+  ASSERT_EQ(content(adopted), "adopted");
+  const vu_document same = document("names-adopted", "Report.txt", 0, VU_AREA_USER);
+  EXPECT_EQ(name_of(put(same, "new", VU_REPLACE)), is_windows() ? "VU_REFUSED" : "VU_DONE");
+  EXPECT_EQ(name_of(vu_remove(store(), &same)), is_windows() ? "VU_REFUSED" : "VU_DONE");
+  EXPECT_EQ(content(adopted), "adopted");
+  EXPECT_EQ(put(adopted, "own", VU_REPLACE), VU_DONE);
 }
 
 TEST(CNames, CharactersOutsideTheCodePageAreReported) {
