@@ -32,7 +32,7 @@ std::string make_own_file(IndexState& state, const std::string& key, Draw draw) 
     if (create_new_file(path)) {
       OwnFiles::note(std::move(path));
       state.insert(key, physical);
-      state.file_is_made(key, {});
+      state.file_is_made(key, {name, {}, {}});
       return name;
     }
     // A counter that cannot be written does not advance. The failure was traced.
@@ -74,7 +74,7 @@ std::string STGIndex::_create(const std::string& logical, long timestamp) {
     vu_file file(m_folder, name);
     file.open(o_append);
     file.close();
-    m_state->file_is_made(key, {});
+    m_state->file_is_made(key, {name, {}, {}});
   }
   VU_TRACE_M(" STGIndex (create): Set need update flag to true: index.dat will be updated");
   VU_TRACE_M("           folder : ", m_folder);
@@ -170,7 +170,8 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
     const bool is_free = new_file != replaced_file &&
                          !m_state->is_anothers(new_key, std::string(*m_state->find(new_key)));
     is_copied = is_free && copy_and_flush(folder + old_file, folder + new_file);
-    if (is_copied) m_state->file_is_made(new_key, {old_file, replaced_file});
+    if (is_copied)
+      m_state->file_is_made(new_key, {new_file, old_file, replaced_file, replaced.making});
   } catch (...) {
     undo();
     throw;

@@ -162,13 +162,10 @@ IndexState::Taken IndexState::take(std::string_view key) {
   const std::string_view stored = *m_by_key[by_key].value;
   const std::size_t by_stored_name = change_of_stored_name(stored);
   m_erased.emplace_back(m_by_key[by_key].name, stored);
-  // Nothing below throws.
-  forget_making(key);
   return take_out(by_key, by_stored_name);
 }
 
 IndexState::Taken IndexState::withdraw(std::string_view key) noexcept {
-  forget_making(key);
   const std::size_t by_key = m_by_key.find(key);
   if (by_key == Changes::kNone || !m_by_key[by_key].value) return {};
   const std::size_t back = m_by_stored_name.find(*m_by_key[by_key].value);
@@ -176,14 +173,17 @@ IndexState::Taken IndexState::withdraw(std::string_view key) noexcept {
   return take_out(by_key, leads_here ? back : Changes::kNone);
 }
 
-void IndexState::forget_making(std::string_view key) noexcept {
-  const std::size_t change = m_by_key.find(key);
-  if (change != Changes::kNone) m_by_key[change].making = Changes::kNone;
+void IndexState::keep_files_of(std::size_t making) noexcept {
+  for (; making != Changes::kNone; making = m_makings[making].before) {
+    keep_file(m_makings[making].source);
+    keep_file(m_makings[making].replaced);
+  }
 }
 
 IndexState::Taken IndexState::take_out(std::size_t by_key, std::size_t by_stored_name) noexcept {
   Taken entry;
   entry.stored = *std::exchange(m_by_key[by_key].value, std::nullopt);
+  entry.making = std::exchange(m_by_key[by_key].making, Changes::kNone);
   if (by_stored_name != Changes::kNone)
     entry.way_back = std::exchange(m_by_stored_name[by_stored_name].value, std::nullopt);
   entry.by_key = by_key;
@@ -195,6 +195,7 @@ void IndexState::put_back(const Taken& entry) noexcept {
   if (!entry) return;
   if (entry.way_back) m_by_stored_name[entry.by_stored_name].value = entry.way_back;
   m_by_key[entry.by_key].value = entry.stored;
+  m_by_key[entry.by_key].making = entry.making;
 }
 
 void IndexState::replace(std::string_view key, std::string_view stored) {

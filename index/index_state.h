@@ -130,6 +130,7 @@ class IndexState {
     std::optional<std::string_view> way_back;  ///< the key to which the physical name led
     std::size_t by_key = Changes::kNone;       ///< the positions of the changes
     std::size_t by_stored_name = Changes::kNone;
+    std::size_t making = Changes::kNone;  ///< how its file was made, if this operation made it
     explicit operator bool() const { return by_key != Changes::kNone; }
   };
   /// Removes an entry that find() finds, before the caller removes its file. If the file stays, the
@@ -142,11 +143,14 @@ class IndexState {
   /// Gives an entry the physical name that another process wrote for its key. The file of the old
   /// physical name is gone, the file of the new one exists.
   void replace(std::string_view key, std::string_view stored);
-  /// How an operation created the file of a new entry: empty, or as a copy of `source` that
-  /// replaces an entry with the file `replaced`. A name that does not apply is empty.
+  /// How an operation created `file` for a new entry: empty, or as a copy of `source` that replaces
+  /// an entry with the file `replaced`. A name that does not apply is empty. If this operation had
+  /// made the replaced entry, too, `before` is Taken::making of that one.
   struct Making {
+    std::string file;
     std::string source;
     std::string replaced;
+    std::size_t before = Changes::kNone;
   };
   /// Notes a file that was created. A clean that runs before the save finds no entry for it in
   /// index.dat and may sweep it; then the save creates it again.
@@ -214,7 +218,9 @@ class IndexState {
   std::size_t change_of_stored_name(std::string_view stored);
   /// Adds an entry. @return the change of its key.
   Changes::Change& enter(std::string_view key, std::string_view stored);
-  void forget_making(std::string_view key) noexcept;
+  /// Cancels the removals that only a copy justified. Its file is lost, so the file of an entry
+  /// that it replaces stays. And if that one was a copy, too, its own source stays.
+  void keep_files_of(std::size_t making) noexcept;
   /// Empties both changes.
   Taken take_out(std::size_t by_key, std::size_t by_stored_name) noexcept;
   /// @return whether the file is gone.

@@ -134,26 +134,27 @@ class IndexSave {
       const std::size_t making = std::exchange(entry.making, Changes::kNone);
       if (making == Changes::kNone || !entry.value) continue;
       const IndexState::Making& how = m_state.m_makings[making];
-      if (judge(entry.name, *entry.value) != LineState::kMissing ||
-          make_again(entry.name, *entry.value, how.source)) {
+      // Not the line: another file can make that valid. Example: 00000002 for 00000002.kdb.
+      const Presence presence = m_is_listed ? m_files.find(how.file) : m_files.probe(how.file);
+      if (presence == Presence::kUnknown && m_named++ < kNamed)
+        report_unknown_line(m_state.folder(), entry.name, *entry.value);
+      if (presence != Presence::kMissing || make_again(how)) {
         m_sure.push_back(entry.name);
       } else {
-        m_state.keep_file(how.source);
-        m_state.keep_file(how.replaced);
+        m_state.keep_files_of(making);
         m_state.withdraw(entry.name);
       }
     }
   }
 
   /// @return whether the file exists.
-  bool make_again(std::string_view key, std::string_view stored, const std::string& source) {
+  bool make_again(const IndexState::Making& how) {
     VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-    const std::string file = index_format::file_name_of(key, stored);
     VU_WARNING("STGIndex: made again, for it was removed before the index named it: ",
-               m_state.folder(), "\\", file);
-    if (source.empty()) {
+               m_state.folder(), "\\", how.file);
+    if (how.source.empty()) {
       try {
-        vu_file empty(m_state.folder(), file);
+        vu_file empty(m_state.folder(), how.file);
         empty.open(vu_file::o_append);
         empty.close();
       } catch (const vu_file_except&) {
@@ -162,8 +163,8 @@ class IndexSave {
       return true;
     }
     const std::string folder = m_state.folder() + "\\";
-    if (copy_and_flush(folder + source, folder + file)) return true;
-    VU_ERROR("STGIndex: rename: copy failed: ", m_state.folder(), "\\", source);
+    if (copy_and_flush(folder + how.source, folder + how.file)) return true;
+    VU_ERROR("STGIndex: rename: copy failed: ", m_state.folder(), "\\", how.source);
     return false;
   }
 

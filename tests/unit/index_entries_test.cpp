@@ -11,6 +11,7 @@
 namespace {
 
 using os::faults::Call;
+using os::faults::Times;
 using Peer = stg_index_test_peer;
 using NameMap = STGIndex::NameMap;
 using vu_host::trace_event;
@@ -294,7 +295,9 @@ TEST_F(IndexRemove, FreesAPhysicalNameThatTwoEntriesShare) {
 
 // A clean in another process removes every file that the index does not name.
 
-TEST_F(IndexEntries, GetTheirFileAgainThatACleanSweptBeforeTheSave) {
+class IndexSweptFiles : public IndexEntries {};
+
+TEST_F(IndexSweptFiles, AreMadeAgainByTheSave) {
   folder.set_index("a.kdb_0000000001/00000001\n");
   folder.write("00000001.kdb", "bytes of a");
   folder.write("index", "00000001");
@@ -309,6 +312,111 @@ TEST_F(IndexEntries, GetTheirFileAgainThatACleanSweptBeforeTheSave) {
   EXPECT_EQ(sink.events(trace_event::warning),
             Texts{"STGIndex: made again, for it was removed before the index named it: " +
                   folder.path("00000002.kdb")});
+}
+
+TEST_F(IndexSweptFiles, AreCopiedAgainFromTheirSources) {
+  const std::string source = "a.kdb_0000000001/00000001\n";
+  for (const std::string target : {"", "b.kdb_0000000001/00000002\n"}) {
+    for (const bool copy_fails : {false, true}) {
+      const index_folder place;
+      place.set_index(source + target);
+      place.write("00000001.kdb", "bytes of a");
+      if (!target.empty()) place.write("00000002.kdb", "bytes of b");
+      place.write("index", "00000002");
+      {
+        STGIndex index = Peer::load(place.path());
+        EXPECT_TRUE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 1));
+        place.erase("00000003.kdb");
+        const auto fault =
+            os::faults::fail(Call::copy, kRefused, copy_fails ? 1 : 2, Times::kLasting);
+        Peer::saveIndexFile(index);
+        Peer::clear_need_update(index);
+      }
+      if (copy_fails) {
+        EXPECT_EQ(place.index(), source + target);
+        EXPECT_EQ(place.read("00000001.kdb"), "bytes of a");
+        EXPECT_EQ(place.has("00000002.kdb"), !target.empty());
+      } else {
+        EXPECT_EQ(place.index(), "b.kdb_0000000001/00000003\n");
+        EXPECT_EQ(place.read("00000003.kdb"), "bytes of a");
+        EXPECT_EQ(place.names().size(), 3U);
+      }
+    }
+  }
+}
+
+TEST_F(IndexSweptFiles, AreCopiedAgainAlsoWhenSweptWithinTheCopy) {
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  folder.write("00000001.kdb", "bytes of a");
+  folder.write("index", "00000001");
+  const auto hook = os::faults::before(Call::flush_file, [&] { folder.erase("00000002.kdb"); });
+  STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 1);
+  EXPECT_EQ(folder.index(), "b.kdb_0000000001/00000002\n");
+  EXPECT_EQ(folder.read("00000002.kdb"), "bytes of a");
+}
+
+TEST_F(IndexSweptFiles, AreCopiedAgainAfterASecondRenameToTheirEntryFailed) {
+  folder.set_index("a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\n");
+  folder.write("00000001.kdb", "bytes of a");
+  folder.write("00000002.kdb", "bytes of b");
+  folder.write("index", "00000002");
+  {
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_TRUE(Peer::_rename(index, "a.kdb", 1, "n.kdb", 1));
+    const auto fault = os::faults::fail(Call::copy, kRefused);
+    EXPECT_FALSE(Peer::_rename(index, "b.kdb", 1, "n.kdb", 1));
+    folder.erase("00000003.kdb");
+  }
+  EXPECT_EQ(folder.index(), "b.kdb_0000000001/00000002\nn.kdb_0000000001/00000003\n");
+  EXPECT_EQ(folder.read("00000003.kdb"), "bytes of a");
+  EXPECT_EQ(folder.read("00000002.kdb"), "bytes of b");
+}
+
+TEST_F(IndexSweptFiles, LeaveAllSourcesOfTheirEntryWhenTheyCannotBeCopiedAgain) {
+  const std::string text = "a.kdb_0000000001/00000001\nb.kdb_0000000001/00000002\n";
+  folder.set_index(text);
+  folder.write("00000001.kdb", "bytes of a");
+  folder.write("00000002.kdb", "bytes of b");
+  folder.write("index", "00000002");
+  {
+    STGIndex index = Peer::load(folder.path());
+    EXPECT_TRUE(Peer::_rename(index, "a.kdb", 1, "n.kdb", 1));
+    EXPECT_TRUE(Peer::_rename(index, "b.kdb", 1, "n.kdb", 1));
+    folder.erase("00000004.kdb");
+    const auto fault = os::faults::fail(Call::copy, kRefused);
+    Peer::saveIndexFile(index);
+    Peer::clear_need_update(index);
+  }
+  EXPECT_EQ(folder.index(), text);
+  EXPECT_EQ(folder.read("00000001.kdb"), "bytes of a");
+  EXPECT_EQ(folder.read("00000002.kdb"), "bytes of b");
+}
+
+TEST_F(IndexSweptFiles, AreNotTakenForAnotherFileThatMakesTheirLineValid) {
+  for (const bool is_folder : {false, true}) {
+    for (const bool renames : {false, true}) {
+      const index_folder place;
+      place.set_index("a.kdb_0000000001/00000001\n");
+      place.write("00000001.kdb", "bytes of a");
+      place.write("index", "00000001");
+      if (is_folder) {
+        make_folder(place.path("00000002"));
+      } else {
+        place.write("00000002", "bytes of a stranger");
+      }
+      {
+        STGIndex index = Peer::load(place.path());
+        if (renames) {
+          EXPECT_TRUE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 1));
+        } else {
+          Peer::_create(index, "b.kdb", 1);
+        }
+        place.erase("00000002.kdb");
+      }
+      EXPECT_EQ(place.read("00000002.kdb"), renames ? "bytes of a" : "");
+      EXPECT_EQ(place.has("00000001.kdb"), !renames);
+    }
+  }
 }
 
 TEST_F(IndexEntries, GetAllTheirFilesAgainAmongOtherChanges) {

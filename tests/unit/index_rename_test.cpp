@@ -481,47 +481,6 @@ TEST_F(IndexRename, EndsBeforeOrAfterWhereverAnExceptionStrikes) {
   }
 }
 
-TEST_F(IndexRename, CopiesAgainWhatACleanSweptBeforeTheSave) {
-  const std::string source = "a.kdb_0000000001/00000001\n";
-  for (const std::string target : {"", "b.kdb_0000000001/00000002\n"}) {
-    for (const bool copy_fails : {false, true}) {
-      const index_folder place;
-      place.set_index(source + target);
-      place.write("00000001.kdb", "bytes of a");
-      if (!target.empty()) place.write("00000002.kdb", "bytes of b");
-      place.write("index", "00000002");
-      {
-        STGIndex index = Peer::load(place.path());
-        EXPECT_TRUE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 1));
-        place.erase("00000003.kdb");
-        const auto fault =
-            os::faults::fail(Call::copy, kRefused, copy_fails ? 1 : 2, Times::kLasting);
-        Peer::saveIndexFile(index);
-        Peer::clear_need_update(index);
-      }
-      if (copy_fails) {
-        EXPECT_EQ(place.index(), source + target);
-        EXPECT_EQ(place.read("00000001.kdb"), "bytes of a");
-        EXPECT_EQ(place.has("00000002.kdb"), !target.empty());
-      } else {
-        EXPECT_EQ(place.index(), "b.kdb_0000000001/00000003\n");
-        EXPECT_EQ(place.read("00000003.kdb"), "bytes of a");
-        EXPECT_EQ(place.names().size(), 3U);
-      }
-    }
-  }
-}
-
-TEST_F(IndexRename, CopiesAgainWhatACleanSweptWithinTheCopy) {
-  folder.set_index("a.kdb_0000000001/00000001\n");
-  folder.write("00000001.kdb", "bytes of a");
-  folder.write("index", "00000001");
-  const auto hook = os::faults::before(Call::flush_file, [&] { folder.erase("00000002.kdb"); });
-  STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 1);
-  EXPECT_EQ(folder.index(), "b.kdb_0000000001/00000002\n");
-  EXPECT_EQ(folder.read("00000002.kdb"), "bytes of a");
-}
-
 TEST_F(IndexRename, KeepsTheEntryWhoseFileHasGone) {
   // There is nothing to copy. Both entries are dangling, and the save writes neither.
   folder.write("00000001.kdb");
