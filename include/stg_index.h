@@ -213,9 +213,12 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @throws vu_file_except if the index cannot be read, a file cannot be created, or the read list
   /// cannot be read or written. What was done stays done; another call continues.
   ///
-  /// The read list is written last, when the folder is already marked. If it cannot be opened for
-  /// writing, it keeps the escaped names. If the write fails, it is left empty. Another call does
-  /// not repair either.
+  /// A migration is not begun if the index cannot be written. A mail is left as it is, with a
+  /// warning, if the index or the system cannot have its unescaped name.
+  ///
+  /// The read list is written last, when the folder is already marked. If the index could not be
+  /// saved, it is left alone. If it cannot be opened for writing, it keeps the escaped names. If
+  /// the write fails, it is left empty. Another call does not repair the last two.
   /// @blocking{for writers of the mail folder's index; for a migration also for its readers, its
   /// counter, and readers and writers of the read list}
   static void migrateInboxRead(const std::string& user);

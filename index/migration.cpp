@@ -1,6 +1,8 @@
+#include <exception>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "file/path_text.h"
@@ -9,6 +11,7 @@
 #include "index/index_state.h"
 #include "index/mail_root.h"
 #include "index/read_list.h"
+#include "index/saving.h"
 #include "platform/host/trace.h"
 #include "stg_index.h"
 
@@ -26,11 +29,49 @@ void report_not_begun(const std::string& folder) {
       folder);
 }
 
-/// Renames the entries with escaped names, and decodes their lines of the read list.
+void report_not_writable(const std::string& folder) {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+  VU_ERROR("STGIndex: migration: not begun, for its index cannot be written: ", folder);
+}
+
+/// Steps of which each one runs, also after an exception of an earlier one. The first exception is
+/// thrown at the end; others are traced.
+class Steps {
+ public:
+  template <class Step>
+  void run(Step step) {
+    VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
+    try {
+      step();
+    } catch (...) {
+      if (!m_first) {
+        m_first = std::current_exception();
+      } else {
+        VU_ERROR(text_of_current_exception());
+      }
+    }
+  }
+  void end() const {
+    if (m_first) std::rethrow_exception(m_first);
+  }
+
+ private:
+  std::exception_ptr m_first;
+};
+
+/// A logical name with escapes, and the key of the new entry. The key is empty if there is no such
+/// entry: only the line of the read list changes if the old entry has another timestamp than 0.
+struct Renamed {
+  std::string from;
+  std::string new_key;
+};
+
+/// Renames the entries with escaped names.
 /// @param rename renames an entry with the timestamp 0 and returns whether it succeeded.
+/// @param renamed receives the renamed entries.
 /// @return whether every rename succeeded.
 template <class Rename>
-bool convert(const IndexState& index, ReadList& read_list, Rename rename) {
+bool convert(const IndexState& index, Rename rename, std::vector<Renamed>& renamed) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   bool is_complete = true;
   // Entries that appear during the loop have generated names and are skipped; others may disappear.
@@ -50,7 +91,9 @@ bool convert(const IndexState& index, ReadList& read_list, Rename rename) {
       continue;
     }
     if (rename(name, unescaped)) {
-      read_list.unescape_line_of(name);
+      std::string new_key = index_format::key_of(unescaped, 0);
+      if (!index.find(new_key)) new_key.clear();
+      renamed.push_back({name, std::move(new_key)});
     } else {
       is_complete = false;
     }
@@ -72,27 +115,58 @@ void STGIndex::migrateInboxRead(const std::string& user) {
     VU_WARNING("User ", user, " has an empty inbox read. No need migration);");  // sic
     return;
   }
+  // The destructor does not tell whether it has saved.
+  const auto save = [](STGIndex& index) {
+    index.close();
+    index.m_needUpdate = false;
+    save_index(index, *index.m_state);
+  };
   bool has_begun = false;
+  Steps steps;
   try {
     std::string marker_file;
     if (exists(folder, kMarker, 0, marker_file)) return;
-    updateIndexFile(folder);
-    // The instance is destroyed first and saves the index. The list is saved only if it was loaded.
+    {
+      // An index that cannot be written would make each call copy all mails again.
+      STGIndex index(folder);
+      save(index);
+      if (!index.m_state->is_saved()) {
+        report_not_writable(folder);
+        return;
+      }
+    }
     ReadList read_list(folder, getPhysicalName(folder, kReadList));
+    // The index is not locked yet. Another program may have the list open and wait for the index.
+    read_list.load();
     STGIndex index(folder);
     if (index.m_state->has_unknown_lines()) {
       report_not_begun(folder);
       return;
     }
-    read_list.load();
     has_begun = true;
-    const bool is_complete =
-        convert(*index.m_state, read_list, [&](const std::string& from, const std::string& to) {
-          return index._rename(from, 0, to, 0);
-        });
-    if (is_complete) index._create(kMarker, 0);
+    std::vector<Renamed> renamed;
+    steps.run([&] {
+      const auto rename = [&](const std::string& from, const std::string& to) {
+        return index._rename(from, 0, to, 0);
+      };
+      if (convert(*index.m_state, rename, renamed)) index._create(kMarker, 0);
+    });
+    // The list names the entries of the index, so it is written only after the index.
+    const bool is_changed = index.m_needUpdate;
+    if (is_changed) steps.run([&] { save(index); });
+    if (!is_changed || index.m_state->is_saved()) {
+      steps.run([&] {
+        for (const Renamed& each : renamed) {
+          // The save may have undone a rename.
+          if (each.new_key.empty() || index.m_state->find(each.new_key))
+            read_list.unescape_line_of(each.from);
+        }
+        read_list.save();
+      });
+    }
   } catch (...) {
     if (!has_begun) report_not_begun(folder);
     throw;
   }
+  steps.end();
 }

@@ -1,7 +1,6 @@
 #include "index/read_list.h"
 
 #include <array>
-#include <exception>
 #include <optional>
 
 #include "file/handle_core.h"
@@ -62,27 +61,11 @@ std::string ReadList::name_of(std::string_view line) {
 }
 
 ReadList::ReadList(const std::string& folder, const std::string& file_name)
-    : m_folder(folder),
-      m_file_name(file_name),
-      m_file(folder, file_name),
-      m_exceptions_at_construction(std::uncaught_exceptions()) {}
-
-ReadList::~ReadList() noexcept(false) {
-  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  try {
-    if (m_is_loaded) save();
-  } catch (...) {
-    if (std::uncaught_exceptions() <= m_exceptions_at_construction) throw;
-    VU_ERROR(text_of_current_exception());
-  }
-}
+    : m_folder(folder), m_file_name(file_name), m_file(folder, file_name) {}
 
 void ReadList::load() {
   // If the system cannot tell whether the list exists, open() fails with the reason.
-  if (presence_of(path_text::join(m_folder, m_file_name)) == Presence::kMissing) {
-    m_is_loaded = true;
-    return;
-  }
+  if (presence_of(path_text::join(m_folder, m_file_name)) == Presence::kMissing) return;
   const bool keeps_lock = LockLimit::is_set();
   m_file.open(keeps_lock ? vu_file::o_append : vu_file::o_read);
   const FileText text = read_to_end(m_file);
@@ -102,10 +85,10 @@ void ReadList::load() {
     begin = end + 1;
   }
   if (begin != 0 && begin < all.size()) enter(all.substr(begin, all.size() - begin - 1));
-  m_is_loaded = true;
 }
 
 void ReadList::save() {
+  VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   if (m_file.is_open()) {
     m_file.clear();
   } else {

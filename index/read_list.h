@@ -9,23 +9,19 @@
 /// The read list of a mail folder, during a migration (docs/formats.md). Each line is found by the
 /// document name that its fields form.
 ///
-/// Order of calls: load(), unescape_line_of() any number of times, destruction. After a complete
-/// load() the destructor saves the lines, sorted by document name. Lines with fewer than six fields
-/// and further lines of the same name are lost.
+/// Order of calls: load(), unescape_line_of() any number of times, save(). A list that could not be
+/// loaded must not be saved.
 ///
-/// Errors: load() and the destructor throw the exceptions of the file. While another exception
-/// unwinds, the destructor traces instead.
+/// Errors: load() and save() throw the exceptions of the file.
 ///
 /// Threads: one. The file is locked while it is read and while it is written, not in between.
-/// Within a LockLimit it is locked exclusively from load() on, so the destructor waits for no lock.
+/// Within a LockLimit it is locked exclusively from load() on, so save() waits for no lock.
 class ReadList {
  public:
   ReadList(const std::string& folder, const std::string& file_name);
   /// Loads the list. A missing file is an empty list.
   /// @throws vu_file_except if the file cannot be opened or read.
   void load();
-  /// Saves the list if it was loaded.
-  ~ReadList() noexcept(false);
   ReadList(const ReadList&) = delete;
   ReadList& operator=(const ReadList&) = delete;
 
@@ -33,16 +29,16 @@ class ReadList {
   /// nothing if there is no such line.
   void unescape_line_of(const std::string& name);
 
+  /// Writes the lines, sorted by document name. Lines with fewer than six fields and further lines
+  /// of the same name are lost.
+  void save();
+
   /// The document name of a line; empty if the line has fewer than six fields.
   static std::string name_of(std::string_view line);
 
  private:
-  void save();
-
   std::string m_folder;
   std::string m_file_name;
   vu_file m_file;
   std::map<std::string, std::string> m_lines;
-  int m_exceptions_at_construction;
-  bool m_is_loaded = false;
 };

@@ -58,14 +58,15 @@ class IndexSave {
   IndexSave(vu_file& index, IndexState& state)
       : m_index(index), m_state(state), m_files(state.folder()) {}
 
-  Saved run() {
+  void run() {
     VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
     VU_TRACE_M(" STGIndex: (begin) updating index.dat ...");
     VU_TRACE_M("  folder : ", m_state.folder());
-    if (!open()) return Saved::kNotOpened;
-    Saved saved = replace();
+    m_state.m_is_saved = false;
+    if (!open()) return;
+    replace();
     std::exception_ptr raised;
-    if (saved == Saved::kYes) {
+    if (m_state.m_is_saved) {
       // Another save must not merge before these files are gone: it would find their lines valid.
       const IndexState::Removal removal = m_state.remove_replaced_files();
       raised = removal.raised;
@@ -73,7 +74,7 @@ class IndexSave {
       if (!removal.are_gone) {
         IndexSave again(m_index, m_state);
         m_index.rewind();
-        saved = again.replace();
+        again.replace();
         m_outcome = again.m_outcome;
       }
     }
@@ -81,7 +82,6 @@ class IndexSave {
     VU_TRACE_M(" STGIndex: (end) index.dat is uptodate");  // sic
     VU_TRACE_M("  folder : ", m_state.folder());
     if (raised) std::rethrow_exception(raised);
-    return saved;
   }
 
  private:
@@ -115,13 +115,14 @@ class IndexSave {
 
   // ---- replace -------------------------------------------------------------------------------
 
-  Saved replace() {
+  void replace() {
     m_bytes = read();
     find_doubtful();
     make_swept_files_again();
     merge(replacement::text_of(m_bytes.view(), m_saved_text));
     m_outcome = replace_text(m_index, m_bytes.view(), text());
-    return m_outcome.holds == replacement::Holds::kNewText ? Saved::kYes : Saved::kNotWritten;
+    // The second replacement of a save can fail; the text of the first one stays.
+    if (m_outcome.holds == replacement::Holds::kNewText) m_state.m_is_saved = true;
   }
 
   // ---- swept files ---------------------------------------------------------------------------
@@ -474,4 +475,4 @@ class IndexSave {
   std::span<const std::string_view> m_sure_left;          ///< those not before the last key
 };
 
-Saved save_index(vu_file& index, IndexState& state) { return IndexSave(index, state).run(); }
+void save_index(vu_file& index, IndexState& state) { IndexSave(index, state).run(); }

@@ -221,9 +221,7 @@ bool Index::rename(const std::string& old_logical, std::int32_t old_stamp,
 
 // ---- saving --------------------------------------------------------------------------------
 
-void Index::let_go() {
-  if (needs_update) merge_and_save();
-}
+bool Index::let_go() { return !needs_update || merge_and_save(); }
 
 /// Whether the entry is valid once the files in m_going are removed.
 bool Index::is_valid(const std::string& its_key, const std::string& stored) const {
@@ -249,12 +247,12 @@ bool Index::remove_what_goes() {
   return all_gone;
 }
 
-void Index::merge_and_save() {
+bool Index::merge_and_save() {
   File file(m_world, m_folder, "index.dat");
   try {
     file.open(Mode::kAppend);
   } catch (const FileError&) {
-    return;  // a warning; the index on disk stays as it was
+    return false;  // a warning; the index on disk stays as it was
   }
   std::string text;
   file.read(text, 0);
@@ -285,6 +283,7 @@ void Index::merge_and_save() {
   file.write(saved);
   file.close();
   if (!remove_what_goes()) merge_and_save();
+  return true;
 }
 
 // ------------------------------------------------------------------------------------------------

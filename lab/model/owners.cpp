@@ -170,7 +170,12 @@ void World::migrate(const std::string& owner) {
   try {
     std::string marker;
     if (index_exists(folder, "k1mailboxcompliant", 0, marker)) return;
-    update_index(folder);
+    Index index(*this, folder);
+    index.needs_update = true;
+    if (!index.let_go()) {
+      error("STGIndex: migration: not begun, for its index cannot be written: " + folder);
+      return;
+    }
     list_file = index_create(folder, "read.txt", 0);
     if (tree.exists(folder + "\\" + list_file)) lines = mail_lines(read_whole(folder, list_file));
   } catch (const FileError&) {
@@ -181,8 +186,10 @@ void World::migrate(const std::string& owner) {
     throw;
   }
 
-  // The list is saved at the end in any case.
+  // The list is saved at the end, unless the index could not be saved.
+  bool is_saved = false;
   const auto save_list = [&] {
+    if (!is_saved) return;
     File file(*this, folder, list_file);
     file.open(Mode::kTruncate);
     std::string text;
@@ -209,10 +216,10 @@ void World::migrate(const std::string& owner) {
       }
       if (complete) index.create("k1mailboxcompliant", 0);
     } catch (const FileError&) {
-      index.let_go();
+      is_saved = index.let_go();
       throw;
     }
-    index.let_go();
+    is_saved = index.let_go();
   } catch (const FileError& failed) {
     try {
       save_list();

@@ -68,7 +68,8 @@ class Index {
  public:
   Index(World& world, const std::string& folder);
   /// Acts as the library's destructor: at the end of each operation, also after an exception.
-  void let_go();
+  /// @return false if there is a change that cannot be saved.
+  bool let_go();
 
   bool contains(const std::string& logical, std::int32_t stamp) const;
   std::string create(const std::string& logical, std::int32_t stamp);
@@ -90,7 +91,7 @@ class Index {
   bool already_in_maps(const std::string& name) const;
   void adopt(const std::string& name);
   void adopt_unknown();
-  void merge_and_save();
+  bool merge_and_save();
   bool remove_what_goes();
 
   World& m_world;

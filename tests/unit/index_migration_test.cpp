@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <utility>
 
+#include "file/lock_limit.h"
 #include "platform/os/os.h"
 #include "tests/support/host_services.h"
 #include "tests/support/recording_sink.h"
@@ -238,89 +241,6 @@ TEST_F(IndexMigration, LeavesNamesAloneThatNoLineOfAnIndexCouldHold) {
   EXPECT_TRUE(is_marked());
 }
 
-TEST_F(IndexMigration, UnescapesTheLineOfAnEntryThatItConverts) {
-  make_mail_folder();
-  write("f4#f5#x#A%20B.kdb", "mail");
-  write("read.txt", "x\tA%20B\tB\tf4\tf5\tf6\t\n");
-  migrate();
-  EXPECT_EQ(read("read.txt"), "x\tA B\tB\tf4\tf5\tf6\t\n");
-  EXPECT_EQ(entry("f4#f5#x#A B.kdb"), "mail");
-}
-
-TEST_F(IndexMigration, LeavesTheLinesOfOtherEntriesAsTheyAre) {
-  make_mail_folder();
-  write("f4#f5#x#A%20B.kdb", "mail");
-  write("read.txt",
-        "x\tA%20B\tB\tf4\tf5\tf6\t\n"
-        "x\tA%20B\tA\tf4\tf5\tf6\t\n"
-        "y\tA%20B\tB\tf4\tf5\tf6\t\n");
-  migrate();
-  EXPECT_EQ(read("read.txt"),
-            "x\tA%20B\tA\tf4\tf5\tf6\t\n"
-            "x\tA B\tB\tf4\tf5\tf6\t\n"
-            "y\tA%20B\tB\tf4\tf5\tf6\t\n");
-}
-
-TEST_F(IndexMigration, RewritesTheListAlsoWhenNothingIsConverted) {
-  make_mail_folder();
-  write("read.txt",
-        "x\t2\tB\tz\tf5\tf6\t\n"
-        "no name\n"
-        "x\t2\tB\ta\tf5\tf6\tfirst\n"
-        "x\t2\tB\ta\tf5\tf6\tsecond\n"
-        "x\t2\tB\tm\tf5\tf6\tfinal X");
-  migrate();
-  EXPECT_EQ(read("read.txt"),
-            "x\t2\tB\ta\tf5\tf6\tfirst\n"
-            "x\t2\tB\tm\tf5\tf6\tfinal \n"
-            "x\t2\tB\tz\tf5\tf6\t\n");
-}
-
-TEST_F(IndexMigration, FindsTheListThroughTheIndex) {
-  STGIndex::setSynchronizeMode(false);
-  make_mail_folder();
-  write("00000004.txt", "no name\nx\t2\tB\ta\tf5\tf6\t\n");
-  write("index", "00000004");
-  write("index.dat", "read.txt_0000000000/00000004\n");
-  migrate();
-  EXPECT_EQ(read("00000004.txt"), "x\t2\tB\ta\tf5\tf6\t\n");
-  EXPECT_EQ(index(), "k1mailboxcompliant_0000000000/00000005\nread.txt_0000000000/00000004\n");
-}
-
-TEST_F(IndexMigration, CreatesAListIfThereIsNone) {
-  make_mail_folder();
-  migrate();
-  EXPECT_EQ(entry("read.txt"), "");
-  EXPECT_EQ(read("00000001.txt"), "");
-}
-
-TEST_F(IndexMigration, UnescapesTheLineOfAnEntryAtAnotherTimestampToo) {
-  // Only entries at timestamp 0 are renamed, but the line is found by its name alone.
-  STGIndex::setSynchronizeMode(false);
-  make_mail_folder();
-  write("f4#f5#x#A%20B.kdb", "mail");
-  write("read.txt", "x\tA%20B\tB\tf4\tf5\tf6\t\n");
-  write("index.dat", "f4#f5#x#A%20B.kdb_0000000005/f4#f5#x#A%20B\n");
-  migrate();
-  EXPECT_EQ(read("read.txt"), "x\tA B\tB\tf4\tf5\tf6\t\n");
-  EXPECT_EQ(read("f4#f5#x#A%20B.kdb"), "mail");
-  EXPECT_EQ(index(),
-            "f4#f5#x#A%20B.kdb_0000000005/f4#f5#x#A%20B\n"
-            "k1mailboxcompliant_0000000000/00000001\n");
-}
-
-TEST_F(IndexMigration, PassesSeveralVersionsOfOneEscapedName) {
-  STGIndex::setSynchronizeMode(false);
-  make_mail_folder();
-  // The first version empties the second field.
-  write("1#1#1#%2.kdb", "mail");
-  write("read.txt", "1\t%2\tB\t1\t1\tf\t\n");
-  write("index.dat", "1#1#1#%2.kdb_0000000005/1#1#1#%2\n1#1#1#%2.kdb_0000000006/1#1#1#%2\n");
-  EXPECT_NO_THROW(migrate());
-  EXPECT_EQ(read("read.txt"), "1\t\tB\t1\t1\tf\t\n");
-  EXPECT_TRUE(is_marked());
-}
-
 TEST_F(IndexMigration, LeavesAConvertedFolderAlone) {
   make_mail_folder();
   write("Q1%20Sales.kdb", "sales");
@@ -434,70 +354,34 @@ TEST_F(IndexMigration, KeepsWhatItHasDoneWhenItIsInterrupted) {
 }
 
 TEST_F(IndexMigration, NeverEndsTheHostWhenItsSavingFailsOnTheWayOut) {
-  make_mail_folder();
-  write("1#1#1#a%20.kdb", "a");
-  write("1#1#1#b%20.kdb", "b");
-  write("read.txt", "1\ta%20\tB\t1\t1\tf\t\n");
-  recording_sink sink;
-  {
-    std::unique_ptr<os::faults::Fault> broken;
-    // Beginning with the second entry's file, every open fails. So index and list are not saved.
-    const auto hook = os::faults::before(Call::copy, [&broken] {
-      broken.reset(
-          new os::faults::Fault(os::faults::fail(Call::open, kRefused, 2, Times::kLasting)));
-    });
-    EXPECT_THROW(migrate(), vu_file_except);
-  }
-  EXPECT_EQ(sink.count(trace_event::warning,
-                       "STGIndex::~STGIndex(): Unable to create/update index.dat - please verify "
-                       "that you have write access and disk is not full.\n Reason: throw exception "
-                       "on open"),
-            1U);
-  EXPECT_EQ(sink.count(trace_event::error, "throw exception on open"), 1U);
-  EXPECT_EQ(read("read.txt"), "1\ta%20\tB\t1\t1\tf\t\n");
-}
-
-TEST_F(IndexMigration, RaisesWhereTheListCannotBeRead) {
-  make_mail_folder();
-  write("a%20.kdb", "a");
-  write("read.txt", "no name\n");
-  write("index.dat", "a%20.kdb_0000000000/a%20.kdb\nread.txt_0000000000/read.txt\n");
-  {
-    // Reads 1 to 4 are of the index: for the marker and for the forced rewrite, each to its end.
-    const auto fault = os::faults::fail(Call::read, kRefused, 5);
-    EXPECT_THROW(migrate(), vu_file_except);
-    EXPECT_EQ(fault.hits(), 1U);
-  }
-  // A read list that was not loaded is not saved.
-  EXPECT_EQ(read("read.txt"), "no name\n");
-  EXPECT_TRUE(has("a%20.kdb"));
-  EXPECT_FALSE(is_marked());
-  migrate();
-  EXPECT_EQ(read("read.txt"), "");
-  EXPECT_EQ(entry("a .kdb"), "a");
-}
-
-TEST_F(IndexMigration, RaisesWhereTheListCannotBeSaved) {
-  make_mail_folder();
-  write("read.txt", "x\t2\tB\ta\tf5\tf6\t\n");
-  std::unique_ptr<os::faults::Fault> broken;
-  {
-    // The last open is that of the read list. The file of the marker is created earlier.
-    int openings = 0;
-    const auto count = os::faults::before(
-        Call::open, [&openings] { ++openings; }, 1, Times::kLasting);
-    migrate();
-    ASSERT_GT(openings, 5);
-    for (const std::string& name : names()) {
-      if (name != "read.txt") std::filesystem::remove(native(path(name)));
+  // The second entry's file is not created. Then the index or the list is not saved either.
+  for (const bool is_index : {true, false}) {
+    make_mail_folder();
+    write("1#1#1#a%20.kdb", "a");
+    write("1#1#1#b%20.kdb", "b");
+    write("read.txt", "1\ta%20\tB\t1\t1\tf\t\n");
+    recording_sink sink;
+    {
+      std::unique_ptr<os::faults::Fault> file;
+      std::unique_ptr<os::faults::Fault> saving;
+      const auto hook = os::faults::before(Call::copy, [&] {
+        file.reset(new os::faults::Fault(os::faults::fail(Call::open, kRefused, 2)));
+        saving.reset(new os::faults::Fault(
+            os::faults::fail(Call::open, kRefused, is_index ? 3 : 4, Times::kLasting)));
+      });
+      EXPECT_THROW(migrate(), vu_file_except);
     }
-    broken.reset(new os::faults::Fault(
-        os::faults::fail(Call::open, kRefused, static_cast<std::uint64_t>(openings))));
+    EXPECT_EQ(sink.count(trace_event::warning,
+                         "STGIndex::~STGIndex(): Unable to create/update index.dat - please verify "
+                         "that you have write access and disk is not full.\n Reason: throw "
+                         "exception on open"),
+              is_index ? 1U : 0U);
+    EXPECT_EQ(sink.count(trace_event::error, "throw exception on open"), is_index ? 0U : 1U);
+    EXPECT_EQ(read("read.txt"), "1\ta%20\tB\t1\t1\tf\t\n");
+    EXPECT_EQ(has("1#1#1#a%20.kdb"), is_index);
+    EXPECT_TRUE(has("1#1#1#b%20.kdb"));
+    for (const std::string& name : names()) std::filesystem::remove(native(path(name)));
   }
-  EXPECT_THROW(migrate(), vu_file_except);
-  EXPECT_EQ(broken->hits(), 1U);
-  EXPECT_TRUE(is_marked());
-  EXPECT_EQ(read("read.txt"), "x\t2\tB\ta\tf5\tf6\t\n");
 }
 
 TEST_F(IndexMigration, IsNotBegunWhereSomethingCannotBeReadForCertain) {
@@ -558,21 +442,57 @@ TEST_F(IndexMigration, DoesNotStartBesideAnUnknownEntry) {
   EXPECT_TRUE(is_marked());
 }
 
-TEST_F(IndexMigration, SavesTheListAlsoWhenTheIndexCannotBeMerged) {
+TEST_F(IndexMigration, IsNotBegunWhereTheIndexCannotBeWritten) {
+  const std::string text = "a%20.kdb_0000000000/a%20.kdb\n";
+  for (const bool has_list : {false, true}) {
+    make_mail_folder();
+    write("a%20.kdb", "a");
+    if (has_list) write("read.txt", "no name\n");
+    write("index.dat", text);
+    make_read_only(path("index.dat"));
+    const Texts before = names();
+    recording_sink sink;
+    migrate();
+    EXPECT_EQ(
+        sink.count(trace_event::error,
+                   "STGIndex: migration: not begun, for its index cannot be written: " + path()),
+        1U);
+    EXPECT_EQ(names(), before);
+    EXPECT_EQ(index(), text);
+    if (has_list) {
+      EXPECT_EQ(read("read.txt"), "no name\n");
+    }
+    vu_file::chmodW(path("index.dat"));
+    migrate();
+    EXPECT_EQ(entry("a .kdb"), "a");
+    EXPECT_TRUE(is_marked());
+    for (const std::string& name : names()) std::filesystem::remove(native(path(name)));
+  }
+}
+
+TEST_F(IndexMigration, HasNoLockOnTheIndexWhileItWaitsForTheList) {
   make_mail_folder();
-  write("1#1#1#a%20.kdb", "a");
-  write("read.txt", "no name\n1\ta%20\tB\t1\t1\tf\t\n");
-  write("index.dat", "1#1#1#a%20.kdb_0000000000/1#1#1#a%20.kdb\nread.txt_0000000000/read.txt\n");
-  std::unique_ptr<os::faults::Fault> broken;
-  const auto hook = os::faults::before(Call::copy, [&broken] {
-    // From here on, reads 1 and 2 are of the counter, for the marker. Read 3 is of the index.
-    broken.reset(new os::faults::Fault(os::faults::fail(Call::read, kRefused, 3)));
-  });
+  write("a%20.kdb", "a");
+  write("read.txt", "no name\n");
+  vu_file list(path(), "read.txt");
+  list.open(vu_file::o_write);
+  // The last lock that the migration asks for is that of the list.
+  bool was_free = false;
+  bool is_asking = false;
+  const auto hook = os::faults::before(
+      Call::lock,
+      [&] {
+        if (std::exchange(is_asking, true)) return;
+        vu_file other(path(), "index.dat");
+        bool lock_failed = true;
+        was_free = other.try_open(vu_file::o_append, lock_failed, true) && !lock_failed;
+        other.close();
+        is_asking = false;
+      },
+      1, Times::kLasting);
+  const LockLimit limit(std::chrono::milliseconds(100));
   EXPECT_THROW(migrate(), vu_file_except);
-  ASSERT_TRUE(broken);
-  EXPECT_EQ(broken->hits(), 1U);
-  broken.reset();
-  EXPECT_EQ(read("read.txt"), "1\ta \tB\t1\t1\tf\t\n");
+  EXPECT_TRUE(was_free);
 }
 
 }  // namespace

@@ -1,18 +1,23 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "index/read_list.h"
 #include "platform/os/os.h"
 #include "tests/support/recording_sink.h"
 #include "tests/unit/index_fixture.h"
 
-// The read list: its lines, the names that they form, loading and saving.
+// The read list: its lines, the names that they form, loading and saving, and what a migration does
+// with it.
 
 namespace {
 
 using os::faults::Call;
+using os::faults::Times;
 using vu_host::trace_event;
 
 TEST(ReadListName, IsMadeOfFiveFields) {
@@ -72,6 +77,7 @@ class ReadListFile : public IndexTest {
     {
       ReadList list(folder.path(), "read.txt");
       list.load();
+      list.save();
     }
     return folder.read("read.txt");
   }
@@ -82,12 +88,14 @@ class ReadListFile : public IndexTest {
       ReadList list(folder.path(), "read.txt");
       list.load();
       for (const std::string& each : names) list.unescape_line_of(each);
+      list.save();
     }
     return folder.read("read.txt");
   }
   void load_and_save() const {
     ReadList list(folder.path(), "read.txt");
     list.load();
+    list.save();
   }
 
   const std::string a = "1\t2\tA\ta\t5\t6\t";  // a#5#1#2.kda
@@ -143,6 +151,7 @@ TEST_F(ReadListFile, IsMadeWhenItIsMissing) {
   {
     ReadList list(folder.path(), "00000001.txt");
     list.load();
+    list.save();
   }
   EXPECT_EQ(folder.names(), (Texts{"00000001.txt"}));
   EXPECT_EQ(folder.read("00000001.txt"), "");
@@ -189,7 +198,7 @@ TEST_F(ReadListFile, CanReadALineAgainThatUnescapingShortened) {
             "x\t\tB\tf4\tf5\tf6\t\n");
 }
 
-TEST_F(ReadListFile, ThatCannotBeLoadedIsNeverSaved) {
+TEST_F(ReadListFile, ThatCannotBeLoadedRaises) {
   const std::string text = b + "\n" + a + "\n";
   folder.write("read.txt", text);
   for (const Call call : {Call::open, Call::read}) {
@@ -225,42 +234,6 @@ TEST_F(ReadListFile, RaisesWhatWritingRaises) {
   EXPECT_THROW(load_and_save(), std::runtime_error);
 }
 
-struct Unwinding {};
-
-TEST_F(ReadListFile, IsSavedWhileAnotherExceptionUnwinds) {
-  folder.write("read.txt", b + "\n" + a + "\n");
-  EXPECT_THROW(
-      {
-        ReadList list(folder.path(), "read.txt");
-        list.load();
-        throw Unwinding();
-      },
-      Unwinding);
-  EXPECT_EQ(folder.read("read.txt"), a + "\n" + b + "\n");
-}
-
-TEST_F(ReadListFile, SwallowsItsOwnExceptionWhileAnotherOneUnwinds) {
-  const auto swallowed = [this](const std::exception_ptr& exception) {
-    folder.write("read.txt", a + "\n");
-    recording_sink sink;
-    const auto fault = os::faults::fail_with(Call::write, exception);
-    EXPECT_THROW(
-        {
-          ReadList list(folder.path(), "read.txt");
-          list.load();
-          throw Unwinding();
-        },
-        Unwinding);
-    EXPECT_EQ(fault.hits(), 1U);
-    return index_traces(sink);
-  };
-  EXPECT_EQ(swallowed(std::make_exception_ptr(std::runtime_error("of the library"))),
-            (Texts{"Error: of the library"}));
-  EXPECT_EQ(swallowed(std::make_exception_ptr(vu_file_except("of the file"))),
-            (Texts{"Error: of the file"}));
-  EXPECT_EQ(swallowed(std::make_exception_ptr('x')), (Texts{"Error: unknown exception"}));
-}
-
 TEST_F(ReadListFile, ReportsNoShortWrite) {
   // The handle traces it; the migration gets no error.
   folder.write("read.txt", a + "\n");
@@ -269,6 +242,206 @@ TEST_F(ReadListFile, ReportsNoShortWrite) {
   EXPECT_NO_THROW(load_and_save());
   EXPECT_EQ(sink.count(trace_event::error, "write file : " + folder.path("read.txt")), 1U);
   EXPECT_EQ(folder.read("read.txt"), a.substr(0, 3));
+}
+
+// The list in a migration.
+
+TEST_F(IndexMigration, UnescapesTheLineOfAnEntryThatItConverts) {
+  make_mail_folder();
+  write("f4#f5#x#A%20B.kdb", "mail");
+  write("read.txt", "x\tA%20B\tB\tf4\tf5\tf6\t\n");
+  migrate();
+  EXPECT_EQ(read("read.txt"), "x\tA B\tB\tf4\tf5\tf6\t\n");
+  EXPECT_EQ(entry("f4#f5#x#A B.kdb"), "mail");
+}
+
+TEST_F(IndexMigration, LeavesTheLinesOfOtherEntriesAsTheyAre) {
+  make_mail_folder();
+  write("f4#f5#x#A%20B.kdb", "mail");
+  write("read.txt",
+        "x\tA%20B\tB\tf4\tf5\tf6\t\n"
+        "x\tA%20B\tA\tf4\tf5\tf6\t\n"
+        "y\tA%20B\tB\tf4\tf5\tf6\t\n");
+  migrate();
+  EXPECT_EQ(read("read.txt"),
+            "x\tA%20B\tA\tf4\tf5\tf6\t\n"
+            "x\tA B\tB\tf4\tf5\tf6\t\n"
+            "y\tA%20B\tB\tf4\tf5\tf6\t\n");
+}
+
+TEST_F(IndexMigration, RewritesTheListAlsoWhenNothingIsConverted) {
+  make_mail_folder();
+  write("read.txt",
+        "x\t2\tB\tz\tf5\tf6\t\n"
+        "no name\n"
+        "x\t2\tB\ta\tf5\tf6\tfirst\n"
+        "x\t2\tB\ta\tf5\tf6\tsecond\n"
+        "x\t2\tB\tm\tf5\tf6\tfinal X");
+  migrate();
+  EXPECT_EQ(read("read.txt"),
+            "x\t2\tB\ta\tf5\tf6\tfirst\n"
+            "x\t2\tB\tm\tf5\tf6\tfinal \n"
+            "x\t2\tB\tz\tf5\tf6\t\n");
+}
+
+TEST_F(IndexMigration, FindsTheListThroughTheIndex) {
+  STGIndex::setSynchronizeMode(false);
+  make_mail_folder();
+  write("00000004.txt", "no name\nx\t2\tB\ta\tf5\tf6\t\n");
+  write("index", "00000004");
+  write("index.dat", "read.txt_0000000000/00000004\n");
+  migrate();
+  EXPECT_EQ(read("00000004.txt"), "x\t2\tB\ta\tf5\tf6\t\n");
+  EXPECT_EQ(index(), "k1mailboxcompliant_0000000000/00000005\nread.txt_0000000000/00000004\n");
+}
+
+TEST_F(IndexMigration, CreatesAListIfThereIsNone) {
+  make_mail_folder();
+  migrate();
+  EXPECT_EQ(entry("read.txt"), "");
+  EXPECT_EQ(read("00000001.txt"), "");
+}
+
+TEST_F(IndexMigration, UnescapesTheLineOfAnEntryAtAnotherTimestampToo) {
+  // Only entries at timestamp 0 are renamed, but the line is found by its name alone.
+  STGIndex::setSynchronizeMode(false);
+  make_mail_folder();
+  write("f4#f5#x#A%20B.kdb", "mail");
+  write("read.txt", "x\tA%20B\tB\tf4\tf5\tf6\t\n");
+  write("index.dat", "f4#f5#x#A%20B.kdb_0000000005/f4#f5#x#A%20B\n");
+  migrate();
+  EXPECT_EQ(read("read.txt"), "x\tA B\tB\tf4\tf5\tf6\t\n");
+  EXPECT_EQ(read("f4#f5#x#A%20B.kdb"), "mail");
+  EXPECT_EQ(index(),
+            "f4#f5#x#A%20B.kdb_0000000005/f4#f5#x#A%20B\n"
+            "k1mailboxcompliant_0000000000/00000001\n");
+}
+
+TEST_F(IndexMigration, PassesSeveralVersionsOfOneEscapedName) {
+  STGIndex::setSynchronizeMode(false);
+  make_mail_folder();
+  // The first version empties the second field.
+  write("1#1#1#%2.kdb", "mail");
+  write("read.txt", "1\t%2\tB\t1\t1\tf\t\n");
+  write("index.dat", "1#1#1#%2.kdb_0000000005/1#1#1#%2\n1#1#1#%2.kdb_0000000006/1#1#1#%2\n");
+  EXPECT_NO_THROW(migrate());
+  EXPECT_EQ(read("read.txt"), "1\t\tB\t1\t1\tf\t\n");
+  EXPECT_TRUE(is_marked());
+}
+
+TEST_F(IndexMigration, RaisesWhereTheListCannotBeRead) {
+  make_mail_folder();
+  write("a%20.kdb", "a");
+  write("read.txt", "no name\n");
+  write("index.dat", "a%20.kdb_0000000000/a%20.kdb\nread.txt_0000000000/read.txt\n");
+  {
+    // Reads 1 to 4 are of the index: for the marker and for the forced rewrite, each to its end.
+    const auto fault = os::faults::fail(Call::read, kRefused, 5);
+    EXPECT_THROW(migrate(), vu_file_except);
+    EXPECT_EQ(fault.hits(), 1U);
+  }
+  // A read list that was not loaded is not saved.
+  EXPECT_EQ(read("read.txt"), "no name\n");
+  EXPECT_TRUE(has("a%20.kdb"));
+  EXPECT_FALSE(is_marked());
+  migrate();
+  EXPECT_EQ(read("read.txt"), "");
+  EXPECT_EQ(entry("a .kdb"), "a");
+}
+
+TEST_F(IndexMigration, RaisesWhereTheListCannotBeSaved) {
+  make_mail_folder();
+  write("read.txt", "x\t2\tB\ta\tf5\tf6\t\n");
+  std::unique_ptr<os::faults::Fault> broken;
+  {
+    // The last open is that of the read list. The file of the marker is created earlier.
+    int openings = 0;
+    const auto count = os::faults::before(
+        Call::open, [&openings] { ++openings; }, 1, Times::kLasting);
+    migrate();
+    ASSERT_GT(openings, 5);
+    for (const std::string& name : names()) {
+      if (name != "read.txt") std::filesystem::remove(native(path(name)));
+    }
+    broken.reset(new os::faults::Fault(
+        os::faults::fail(Call::open, kRefused, static_cast<std::uint64_t>(openings))));
+  }
+  EXPECT_THROW(migrate(), vu_file_except);
+  EXPECT_EQ(broken->hits(), 1U);
+  EXPECT_TRUE(is_marked());
+  EXPECT_EQ(read("read.txt"), "x\t2\tB\ta\tf5\tf6\t\n");
+}
+
+TEST_F(IndexMigration, LeavesTheListAloneWhenTheIndexIsNotSaved) {
+  const std::string list = "no name\n1\ta%20\tB\t1\t1\tf\t\n";
+  const std::string text =
+      "1#1#1#a%20.kdb_0000000000/1#1#1#a%20.kdb\nread.txt_0000000000/read.txt\n";
+  // After the copy, 1 is the counter, for the marker. Open 2 is the marker's file.
+  for (const auto& [call, nth] :
+       {std::pair(Call::open, 3U), std::pair(Call::read, 3U), std::pair(Call::write, 2U)}) {
+    make_mail_folder();
+    write("1#1#1#a%20.kdb", "a");
+    write("read.txt", list);
+    write("index.dat", text);
+    std::unique_ptr<os::faults::Fault> broken;
+    {
+      const auto hook = os::faults::before(Call::copy, [&, what = call, n = nth] {
+        broken.reset(new os::faults::Fault(os::faults::fail(what, kRefused, n)));
+      });
+      if (call == Call::read) {
+        EXPECT_THROW(migrate(), vu_file_except);
+      } else {
+        EXPECT_NO_THROW(migrate());
+      }
+    }
+    ASSERT_TRUE(broken);
+    EXPECT_EQ(broken->hits(), 1U);
+    EXPECT_EQ(index(), text);
+    EXPECT_EQ(read("read.txt"), list);
+    EXPECT_EQ(read("1#1#1#a%20.kdb"), "a");
+
+    migrate();
+    EXPECT_EQ(entry("1#1#1#a .kdb"), "a");
+    EXPECT_EQ(read("read.txt"), "1\ta \tB\t1\t1\tf\t\n");
+    EXPECT_TRUE(is_marked());
+    for (const std::string& name : names()) std::filesystem::remove(native(path(name)));
+  }
+}
+
+TEST_F(IndexMigration, ConvertsTheListWhenOnlyTheSecondTextOfTheSaveIsNotWritten) {
+  make_mail_folder();
+  write("1#1#1#a%20.kdb", "a");
+  write("read.txt", "1\ta%20\tB\t1\t1\tf\t\n");
+  // The source stays, so the save writes a second text.
+  std::unique_ptr<os::faults::Fault> broken;
+  const auto hook = os::faults::before(Call::remove_file, [&broken] {
+    broken.reset(new os::faults::Fault(os::faults::fail(Call::write, kRefused)));
+  });
+  const auto fault = os::faults::fail(Call::remove_file, kRefused);
+  migrate();
+  ASSERT_TRUE(broken);
+  EXPECT_EQ(broken->hits(), 1U);
+  EXPECT_EQ(entry("1#1#1#a .kdb"), "a");
+  EXPECT_EQ(read("read.txt"), "1\ta \tB\t1\t1\tf\t\n");
+}
+
+TEST_F(IndexMigration, LeavesTheLineOfARenameAloneThatTheSaveHasUndone) {
+  const std::string list = "1\ta%20\tB\t1\t1\tf\t\n";
+  make_mail_folder();
+  write("1#1#1#a%20.kdb", "a");
+  write("read.txt", list);
+  // A clean sweeps the copy, and the save cannot make it again.
+  std::unique_ptr<os::faults::Fault> broken;
+  const auto hook = os::faults::before(Call::flush_file, [&] {
+    std::filesystem::remove(native(path("00000001.kdb")));
+    broken.reset(new os::faults::Fault(os::faults::fail(Call::copy, kRefused)));
+  });
+  migrate();
+  ASSERT_TRUE(broken);
+  EXPECT_EQ(broken->hits(), 1U);
+  EXPECT_EQ(entry("1#1#1#a%20.kdb"), "a");
+  EXPECT_EQ(entry("1#1#1#a .kdb"), "no such entry");
+  EXPECT_EQ(read("read.txt"), list);
 }
 
 }  // namespace
