@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "file/folder_entries.h"
 #include "file/path_text.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
@@ -13,6 +14,7 @@
 #include "index/read_list.h"
 #include "index/saving.h"
 #include "platform/host/trace.h"
+#include "platform/os/os.h"
 #include "stg_index.h"
 
 // The migration: the one-time conversion of escaped names in a user's mail folder.
@@ -59,6 +61,19 @@ class Steps {
   std::exception_ptr m_first;
 };
 
+/// Whether a generated name can have this extension.
+bool is_possible_extension(const std::string& folder, const std::string& extension) {
+  constexpr std::size_t kShort = 64;
+  // Such an extension is possible on every system.
+  if (extension.size() <= kShort && index_format::is_escaped_form(extension)) return true;
+  if (extension.find_first_of(std::string_view("/\\\0", 3)) != std::string::npos) return false;
+  // Both are necessary: a search takes "*" and "?" for patterns, and the name of a stream, with a
+  // colon, has attributes.
+  const std::string path = path_text::join(folder, index_format::kTroubleName + extension);
+  return os::probe_attributes(path).failure() != os::Failure::kNoName &&
+         find_entry(path).failure() != os::Failure::kNoName;
+}
+
 /// A logical name with escapes, and the key of the new entry. The key is empty if there is no such
 /// entry: only the line of the read list changes if the old entry has another timestamp than 0.
 struct Renamed {
@@ -88,6 +103,15 @@ bool convert(const IndexState& index, Rename rename, std::vector<Renamed>& renam
     if (unescaped.find_first_of("/\n") != std::string::npos) {
       VU_WARNING("STGIndex: migration: left as it is, no index line can hold its unescaped name: ",
                  index.folder(), "\\", name);
+      continue;
+    }
+    // Example: a%2E%5Cb becomes "a.\b", and a file 00000001.\b would be in another folder.
+    if (!is_possible_extension(index.folder(),
+                               std::string(index_format::extension_of(unescaped)))) {
+      VU_WARNING(
+          "STGIndex: migration: left as it is, no file can have the extension of its unescaped "
+          "name: ",
+          index.folder(), "\\", name);
       continue;
     }
     if (rename(name, unescaped)) {

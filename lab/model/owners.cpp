@@ -157,6 +157,13 @@ std::vector<Pair> World::existing_files(const std::string& folder) {
 // ------------------------------------------------------------------------------------------------
 // The migration of an owner's mail folder.
 
+namespace {
+
+/// Of a file whose name begins with eight digits.
+constexpr std::size_t kLongestExtension = 255 - 8;
+
+}  // namespace
+
 void World::migrate(const std::string& owner) {
   if (owner.empty()) return;
   check_init();
@@ -206,8 +213,11 @@ void World::migrate(const std::string& owner) {
         if (file_of(it->first, it->second) != logical || !is_escaped(logical)) continue;
         const std::string plain = unescaped(logical);
         if (plain == logical) continue;
-        // No index line can contain such a key.
+        // No index line can contain such a key, and no file can have such an extension.
         if (plain.find('/') != std::string::npos || plain.find('\n') != std::string::npos) continue;
+        const std::string tail = extension_with_dot(plain);
+        if (tail.find('\\') != std::string::npos || tail.find('\0') != std::string::npos) continue;
+        if (tail.size() > kLongestExtension) continue;
         if (!index.rename(logical, 0, plain, 0)) {
           complete = false;
           continue;

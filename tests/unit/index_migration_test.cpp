@@ -241,6 +241,44 @@ TEST_F(IndexMigration, LeavesNamesAloneThatNoLineOfAnIndexCouldHold) {
   EXPECT_TRUE(is_marked());
 }
 
+TEST_F(IndexMigration, LeavesNamesAloneWhoseExtensionNoFileCanHave) {
+  const std::string warning =
+      "STGIndex: migration: left as it is, no file can have the extension of its unescaped name: ";
+  // The last one is possible on some systems only.
+  const Texts left = {"a%2E%5Cevil", "a%2Eb%00c", "a%2Eb%3Ac"};
+  make_mail_folder();
+  for (const std::string& name : left) write(name, name);
+  write("z%20.kdb", "z");
+  recording_sink sink;
+  {
+    const auto fault = os::faults::fail(Call::probe_attributes, {123, os::Failure::kNoName});
+    migrate();
+  }
+  EXPECT_EQ(sink.events(trace_event::warning),
+            (Texts{warning + path(left[0]), warning + path(left[1]), warning + path(left[2])}));
+  for (const std::string& name : left) EXPECT_EQ(entry(name), name);
+  EXPECT_EQ(entry("z .kdb"), "z");
+  EXPECT_TRUE(is_marked());
+}
+
+#if !defined(_WIN32)
+TEST_F(IndexMigration, LeavesNamesAloneWhoseExtensionIsTooLongForAGeneratedName) {
+  make_mail_folder();
+  const std::string too_long(251, 'x');
+  const std::string long_enough(246, 'x');
+  write("%20." + too_long, "too long");
+  write("%20." + long_enough, "long");
+  write("b%2Ex%3Ay", "possible on this system");
+  write("z%20.kdb", "z");
+  migrate();
+  EXPECT_EQ(entry("%20." + too_long), "too long");
+  EXPECT_EQ(entry(" ." + long_enough), "long");
+  EXPECT_EQ(entry("b.x:y"), "possible on this system");
+  EXPECT_EQ(entry("z .kdb"), "z");
+  EXPECT_TRUE(is_marked());
+}
+#endif
+
 TEST_F(IndexMigration, LeavesAConvertedFolderAlone) {
   make_mail_folder();
   write("Q1%20Sales.kdb", "sales");
