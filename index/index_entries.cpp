@@ -147,9 +147,11 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
     const IndexState::Taken made = m_state->withdraw(new_key);
     m_state->put_back(replaced);
     // The rest needs memory. The entries are already restored.
-    if (!made || m_state->is_anothers(new_key, std::string(made.stored))) return;
+    if (!made) return;
     const std::string new_file = index_format::file_name_of(new_key, made.stored);
     if (new_file == replaced_file) return;
+    const bool is_mine = made.making != Changes::kNone;
+    if (!is_mine && m_state->is_anothers(new_key, std::string(made.stored))) return;
     const std::string new_path = folder + new_file;
     if (remove_if_there(new_path)) OwnFiles::forget(new_path);
     trace_removal(m_folder);

@@ -226,15 +226,23 @@ void IndexState::remove_after_save(const std::string& file, IfItStays if_it_stay
 
 bool IndexState::is_anothers(const std::string& key, const std::string& stored) const {
   const std::string file = index_format::file_name_of(key, stored);
-  const auto bears = [&](const std::string& name) {
+  // A line is also valid by a file that has its physical name alone.
+  bool is_found = false;
+  const auto compare = [&](std::string_view other, std::string_view name) {
+    is_found = is_found || name == file || index_format::file_name_of(other, name) == file;
+  };
+  const auto is_others_name = [&](const std::string& name) {
     const std::optional<std::string_view> back = way_back_of(name);
     return back && *back != key;
   };
-  // A physical name is the name of the file, or that name without the extension.
-  bool is_found = bears(file) || bears(stored);
-  visit_unknown([&](std::string_view other, std::string_view name) {
-    is_found = is_found || name == file || index_format::file_name_of(other, name) == file;
-  });
+  if (is_others_name(file)) return true;
+  // Several entries can have one number and different files: 99999999.kdb and 99999999.txt.
+  if (is_others_name(stored)) {
+    visit([&](std::string_view other, std::string_view name) {
+      if (other != key && name == stored) compare(other, name);
+    });
+  }
+  visit_unknown(compare);
   return is_found;
 }
 

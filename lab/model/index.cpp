@@ -130,9 +130,11 @@ std::string Index::create(const std::string& logical, std::int32_t stamp) {
     pl.insert({drawn, its_key});
   }
   const std::string name = lp[its_key] + extension_with_dot(logical);
+  m_has_made_file = false;
   if (!m_world.tree.exists(m_folder + "\\" + name)) {
     File file(m_world, m_folder, name);
     file.open(Mode::kAppend);
+    m_has_made_file = true;
   }
   needs_update = true;
   return name;
@@ -163,9 +165,10 @@ bool Index::goes(const std::string& name) const {
 
 /// Whether another entry has the same file.
 bool Index::is_anothers(const std::string& its_key, const std::string& stored) const {
-  for (const std::string& name : {stored, file_of(its_key, stored)}) {
-    const auto found = pl.find(name);
-    if (found != pl.end() && found->second != its_key) return true;
+  const std::string file = file_of(its_key, stored);
+  for (const auto& [other, name] : lp) {
+    // A line is also valid by a file that has its physical name alone.
+    if (other != its_key && (name == file || file_of(other, name) == file)) return true;
   }
   return false;
 }
@@ -177,7 +180,8 @@ void Index::take_back(const std::string& its_key, bool removes_file) {
   const auto found = pl.find(stored);
   if (found != pl.end() && found->second == its_key) pl.erase(found);
   const std::string path = m_folder + "\\" + file_of(its_key, stored);
-  if (!removes_file || is_anothers(its_key, stored) || !m_world.tree.exists(path)) return;
+  const bool is_kept = !m_has_made_file && is_anothers(its_key, stored);
+  if (!removes_file || is_kept || !m_world.tree.exists(path)) return;
   m_world.chmod(path);
   m_world.remove(path);
   if (m_world.tree.exists(path)) m_world.error("STGIndex: removal of file failed: " + path);

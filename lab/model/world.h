@@ -98,6 +98,7 @@ class Index {
   const std::string m_folder;
   /// Files to remove after the save, and whether a failed removal is an error.
   std::map<std::string, bool> m_going;
+  bool m_has_made_file = false;  ///< the last create()
 };
 
 class World {

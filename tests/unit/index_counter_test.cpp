@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -263,6 +264,61 @@ TEST_F(IndexCounter, KeepsItsOldNumberWhenTheDiskIsFull) {
   EXPECT_EQ(counter(), "00000041");
   EXPECT_EQ(sink.count(trace_event::error, kTrouble), 0U);
   EXPECT_EQ(sink.count(trace_event::error, "write file : " + folder.path("index")), 1U);
+}
+
+// Renames while the counter cannot be used.
+
+class IndexCounterInTrouble : public IndexTest {
+ protected:
+  /// Renames a.kdb, whose file is 00000001.kdb, beside another line. @return the new index.
+  std::string renamed(const std::string& to, const std::string& other_line) const {
+    folder.write("00000001.kdb", "bytes of a");
+    folder.set_index("a.kdb_0000000001/00000001\n" + other_line);
+    // The counter is a folder.
+    make_folder(folder.path("index"));
+    STGIndex::rename(folder.path(), "a.kdb", 1, to, 1);
+    return folder.index();
+  }
+};
+
+TEST_F(IndexCounterInTrouble, LetsARenameUseANumberWithAnotherExtension) {
+  const std::string line = "x.txt_0000000001/99999999\n";
+  folder.write("99999999.txt", "bytes of x");
+  EXPECT_EQ(renamed("b.kdb", line), "b.kdb_0000000001/99999999\n" + line);
+  EXPECT_EQ(folder.read("99999999.kdb"), "bytes of a");
+  EXPECT_EQ(folder.read("99999999.txt"), "bytes of x");
+  EXPECT_EQ(folder.names(), (Texts{"99999999.kdb", "99999999.txt", "index", "index.dat"}));
+}
+
+TEST_F(IndexCounterInTrouble, KeepsTheFilesOfAllEntriesWithItsNumber) {
+  const std::string lines = "x.txt_0000000001/99999999\ny.kdb_0000000001/99999999\n";
+  folder.write("99999999.txt", "bytes of x");
+  folder.write("99999999.kdb", "bytes of y");
+  EXPECT_EQ(renamed("b.kdb", lines), "a.kdb_0000000001/00000001\n" + lines);
+  EXPECT_EQ(folder.read("99999999.kdb"), "bytes of y");
+  EXPECT_EQ(folder.read("99999999.txt"), "bytes of x");
+}
+
+TEST_F(IndexCounterInTrouble, KeepsAFileThatMakesALineValidByItsPhysicalNameAlone) {
+  const std::string line = "x.txt_0000000001/99999999\n";
+  folder.write("99999999", "bytes of x");
+  EXPECT_EQ(renamed("b", line), "a.kdb_0000000001/00000001\n" + line);
+  EXPECT_EQ(folder.read("99999999"), "bytes of x");
+}
+
+TEST_F(IndexCounterInTrouble, LeavesNoFileOfARenameThatFails) {
+  // The system cannot check the file of x, so it may be the one that the rename creates.
+  folder.write("00000001.kdb", "bytes of a");
+  folder.set_index("a.kdb_0000000001/00000001\nx.kdb_0000000001/99999999\n");
+  make_folder(folder.path("index"));
+  {
+    std::unique_ptr<os::faults::Fault> silence(
+        new os::faults::Fault(os::faults::fail(Call::probe_search, kRefused, 1, Times::kLasting)));
+    STGIndex index = Peer::load(folder.path());
+    silence.reset();
+    EXPECT_FALSE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 1));
+  }
+  EXPECT_EQ(folder.names(), (Texts{"00000001.kdb", "index", "index.dat"}));
 }
 
 }  // namespace
