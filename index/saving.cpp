@@ -269,13 +269,14 @@ class IndexSave {
   /// Whether the file of a removed entry is still gone. The operation checked that after the
   /// removal. If another process has created the file again, the listing of this save shows its
   /// name. A file with only the physical name would make the line valid, too. That name is a number
-  /// here, so the listing shows it exactly.
+  /// here, so the listing shows it exactly. (The empty name is that of the folder itself.)
   bool is_gone_still(const IndexLine& line) {
     if (!m_is_listed || !m_state.is_gone(line.file) || !line.has_extension) return false;
     const auto is_shown = [&](std::string_view name) {
       return m_files.listed(name, m_files.ask(name)) != FolderFiles::kNone;
     };
-    const bool is_number = line.stored.find_first_not_of("0123456789") == std::string_view::npos;
+    const bool is_number = !line.stored.empty() &&
+                           line.stored.find_first_not_of("0123456789") == std::string_view::npos;
     return is_number && is_shown(kIndexFile) && !is_shown(line.stored) &&
            !is_shown(m_state.files().name_of(line.file));
   }

@@ -355,4 +355,25 @@ TEST_F(IndexSaving, ContinuesAfterAShortReadOrAnUnknownSize) {
   EXPECT_TRUE(index_is_free());
 }
 
+TEST_F(IndexSaving, KeepsALineThatIsValidThroughTheFolderItself) {
+  for (const std::string stored : {"", "."}) {
+    // Many removed lines are judged by a listing, a few one by one.
+    for (const int others : {0, 6}) {
+      const index_folder place;
+      std::string text;
+      for (int i = 0; i < others; ++i) {
+        const std::string number = "0000000" + std::to_string(i);
+        place.write(number + ".kdb");
+        text += "a.kdb_000000000" + std::to_string(i) + "/" + number + "\n";
+      }
+      const std::string line = "k.kdb_0000000001/" + stored + "\n";
+      place.write(stored + ".kdb");
+      place.set_index(text + line);
+      STGIndex::cleanAllOutput(place.path());
+      EXPECT_EQ(place.index(), line) << others;
+      EXPECT_EQ(place.names(), Texts{"index.dat"});
+    }
+  }
+}
+
 }  // namespace
