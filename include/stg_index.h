@@ -177,17 +177,19 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// @param useAccessTime whether age is the time since the last access, not since the last change.
   /// @return the number of versions removed. It includes versions whose file the system refused to
   /// remove. An unknown entry stays and is not counted, also with @p maxAge 0.
-  /// @throws what loading and saving the index throw; vu_i18n_except if a path is not valid UTF-8.
+  /// @throws what loading and saving the index throw; vu_i18n_except if @p folder is not valid
+  /// UTF-8.
   ///
-  /// Ages: a version written after the operation began, and one whose age the system cannot tell,
-  /// have the age 0. The age of a missing file is the time since 1970. If the limit is not 0, the
-  /// age is checked again directly before the removal: a version that was just written stays.
+  /// Ages: a version written after the operation began, one whose age the system cannot tell, and
+  /// one whose file name is not valid UTF-8 have the age 0. The age of a missing file is the time
+  /// since 1970. If the limit is not 0, the age is checked again directly before the removal: a
+  /// version that was just written stays.
   ///
   /// The sweep compares the time of an orphan (seconds since 1970), not its age, with @p maxAge.
   /// With a realistic limit it therefore removes every orphan, also a new one. It keeps an orphan
-  /// whose time the system cannot tell. It can remove a file that another process has created but
-  /// not yet entered in the index. That process creates the file again when it saves. For folders
-  /// without "index.dat" see docs/concurrency.md.
+  /// whose time the system cannot tell, or whose name is not valid UTF-8. It can remove a file that
+  /// another process has created but not yet entered in the index. That process creates the file
+  /// again when it saves. For folders without "index.dat" see docs/concurrency.md.
   /// @blocking{for writers of the index; if a version is removed, also for its readers}
   static unsigned long cleanOutOfDateOutput(const std::string& folder, const unsigned long& maxAge,
                                             AgeMap& kept, bool useAccessTime);

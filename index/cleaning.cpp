@@ -42,6 +42,8 @@ std::string name_on_disk(std::string_view key, std::string_view stored) {
 
 /// Last access or modification in seconds since 1970; 0 for a missing file, nothing on a failure.
 std::optional<std::uint64_t> time_of(const vu_utf8string& path, bool use_access_time) {
+  // Another program can give a file such a name. It must not end the clean.
+  if (!path.is_valid()) return std::nullopt;
   const std::uint64_t time =
       use_access_time ? vu_fileutf8::access_time(path) : vu_fileutf8::modify_time(path);
   if (time != 0) return time;
@@ -151,11 +153,13 @@ class Names {
   Names(const Names&) = delete;
   Names& operator=(const Names&) = delete;
 
-  /// The names that are not plain files, sorted. Sub-part folders are among them.
+  /// The names that are not plain files, sorted. Sub-part folders are among them. A name that is
+  /// not valid UTF-8 is left out, because a folder cannot be reached by it.
   UtfNames possible_folders() const {
     UtfNames result;
     for (const os::Entry found : *m_listing) {
-      if (found.kind != os::EntryKind::kFile) result.emplace_back(std::string(found.name));
+      vu_utf8string name{std::string(found.name)};
+      if (found.kind != os::EntryKind::kFile && name.is_valid()) result.push_back(std::move(name));
     }
     std::sort(result.begin(), result.end());
     return result;
@@ -234,12 +238,6 @@ std::pair<UtfNames::const_iterator, UtfNames::const_iterator> with_prefix(const 
 void sweep_orphans(IndexState& own, const IndexState& now, const vu_utf8string& base,
                    const UtfNames& orphans, Limit limit) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  if (own.has_unknown_lines() || now.has_unknown_lines()) {
-    // The files of unknown entries would be taken for orphans.
-    VU_ERROR("STGIndex: orphans stay, for the system does not tell which files the index names: ",
-             own.folder());
-    return;
-  }
   STGIndex::NameMap physical_names;
   add_physical_names(now, physical_names);
 
@@ -252,6 +250,12 @@ void sweep_orphans(IndexState& own, const IndexState& now, const vu_utf8string& 
     const std::uint64_t time = time_of(path, limit.use_access_time).value_or(0);
     // Required: compares a point in time with a duration.
     if (time == 0 || limit.age == 0 || time <= limit.age) continue;
+    if (own.has_unknown_lines() || now.has_unknown_lines()) {
+      // The files of unknown entries would be taken for orphans.
+      VU_ERROR("STGIndex: orphans stay, for the system does not tell which files the index names: ",
+               own.folder());
+      return;
+    }
     own.file_changes(name.str());
     if (vu_fileutf8::is_dir(path)) {
       VU_ERROR("removing orphan directory: ", path);
@@ -305,10 +309,9 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
   // Without an orphan the second load changes nothing, unless it adopts what this load adopted.
   // A missing folder is reported by both loads.
   const bool is_loaded = index.m_state->loaded() != nullptr;
-  const bool is_known = !index.m_state->has_unknown_lines();
-  const UtfNames orphans = limit != 0 && is_known ? names.orphans() : UtfNames();
+  const UtfNames orphans = limit != 0 ? names.orphans() : UtfNames();
   if (limit != 0) report_if_not_listed(index.m_state->files());
-  if (is_loaded && is_known && !has_adopted && orphans.empty()) return removed;
+  if (is_loaded && !has_adopted && orphans.empty()) return removed;
 
   // Required: the sweep loads the index a second time. If that load adopts a file, its save waits
   // for all locks on the index. It would wait for this instance's lock for ever.

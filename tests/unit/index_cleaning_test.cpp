@@ -466,11 +466,36 @@ TEST_F(IndexCleaning, TakesTheBytesOfTheFolderForUtf8) {
   EXPECT_EQ(list_folder(folder.path("ordner-\xC3\xA4")), (Texts{"index.dat"}));
 }
 
-TEST_F(IndexCleaning, RaisesForNamesThatAreNoUtf8) {
+TEST_F(IndexCleaning, RaisesForAFolderThatIsNoUtf8) {
+  make_folder(folder.path("\xE4"));
+  folder.write("\xE4\\00000001.kdc");
+  folder.write("\xE4\\index.dat", "a.kdc_0000000001/00000001\n");
+  EXPECT_THROW(STGIndex::cleanOutOfDateOutput(folder.path("\xE4"), 3600, kept, false),
+               vu_i18n_except);
+  EXPECT_EQ(list_folder(folder.path("\xE4")), (Texts{"00000001.kdc", "index.dat"}));
+}
+
+TEST_F(IndexCleaning, LeavesNamesThatAreNoUtf8AndGoesOn) {
+  for (const char* const name : {"\xE4.kdc", "\xE4.tmp", "00000001.kdc", "zz.tmp"}) {
+    write_aged(name, kDay);
+  }
+  make_folder(folder.path("\xE4"));
+  // The logical name need not be UTF-8, only that of the file.
+  folder.set_index("\xE4.kdc_0000000000/\xE4.kdc\n\xE4.kdc_0000000001/00000001\n");
+  EXPECT_EQ(clean(3600), 1U);
+  EXPECT_EQ(kept, (STGIndex::AgeMap{{0, entry("\xE4.kdc_0000000000")}}));
+  EXPECT_EQ(folder.index(), "\xE4.kdc_0000000000/\xE4.kdc\n");
+  EXPECT_EQ(folder.names(), (Texts{"index.dat", "\xE4", "\xE4.kdc", "\xE4.tmp"}));
+}
+
+TEST_F(IndexCleaning, RemovesVersionsWhoseNamesAreNoUtf8UnderTheLimitZero) {
   write_aged("\xE4.kdc", kDay);
-  folder.set_index("\xE4.kdc_0000000000/\xE4.kdc\n");
-  EXPECT_THROW(clean(3600), vu_i18n_except);
-  EXPECT_TRUE(folder.has("\xE4.kdc"));
+  make_folder(folder.path("\xE4.kdc_1"));
+  make_folder(folder.path("00000001.kdc_\xE4"));
+  write_aged("00000001.kdc", kDay);
+  folder.set_index("\xE4.kdc_0000000000/\xE4.kdc\na.kdc_0000000001/00000001\n");
+  EXPECT_EQ(clean(0), 2U);
+  EXPECT_EQ(folder.names(), (Texts{"00000001.kdc_\xE4", "index.dat", "\xE4.kdc_1"}));
 }
 #endif
 

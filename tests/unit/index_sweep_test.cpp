@@ -212,6 +212,28 @@ TEST_F(IndexCleaning, LeavesOrphansWhenTheIndexCannotBeChecked) {
   }
 }
 
+TEST_F(IndexCleaning, SaysThatOrphansStayOnlyIfItWouldHaveRemovedOne) {
+  const std::string stay =
+      "STGIndex: orphans stay, for the system does not tell which files the index names: " +
+      folder.path();
+  write_aged("00000001.kdc", 10);
+  for (const bool has_orphan : {false, true}) {
+    if (has_orphan) folder.write("stray");
+    for (const unsigned long limit : {0UL, 3600UL, 4000000000UL}) {
+      folder.set_index("a.kdc_0000000001/00000001\nx.kdc_0000000001/elsewhere\n");
+      folder.write("00000001.kdc");
+      recording_sink sink;
+      {
+        const auto fault = os::faults::fail(Call::probe_search, kRefused, 1, Times::kLasting);
+        clean(limit);
+      }
+      // The sweep compares the time of a file with the limit.
+      EXPECT_EQ(sink.count(trace_event::error, stay), has_orphan && limit == 3600 ? 1U : 0U);
+      EXPECT_EQ(folder.has("stray"), has_orphan);
+    }
+  }
+}
+
 TEST_F(IndexCleaning, LeavesWhatOneOfTheLoadsCouldNotListForAdoption) {
   STGIndex::setSynchronizeMode(true);
   for (const std::uint64_t listing : {1U, 2U, 3U}) {
