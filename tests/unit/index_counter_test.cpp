@@ -321,4 +321,22 @@ TEST_F(IndexCounterInTrouble, LeavesNoFileOfARenameThatFails) {
   EXPECT_EQ(folder.names(), (Texts{"00000001.kdb", "index", "index.dat"}));
 }
 
+TEST_F(IndexCounterInTrouble, CopiesOverNoFileWhoseFullNameAnUnknownLineHas) {
+  folder.write("00000001.kdb", "bytes of a");
+  folder.write("index", "00000001");
+  const std::string text = "a.kdb_0000000001/00000001\nx.txt_0000000001/00000002.kdb\n";
+  folder.set_index(text);
+  {
+    std::unique_ptr<os::faults::Fault> silence(
+        new os::faults::Fault(os::faults::fail(Call::probe_search, kRefused, 1, Times::kLasting)));
+    STGIndex index = Peer::load(folder.path());
+    silence.reset();
+    folder.write("00000002.kdb", "bytes of x");
+    EXPECT_FALSE(Peer::_rename(index, "a.kdb", 1, "b.kdb", 1));
+  }
+  EXPECT_EQ(folder.index(), text);
+  EXPECT_EQ(folder.read("00000001.kdb"), "bytes of a");
+  EXPECT_EQ(folder.read("00000002.kdb"), "bytes of x");
+}
+
 }  // namespace

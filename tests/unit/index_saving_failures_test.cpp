@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -474,6 +475,27 @@ TEST_F(IndexSaving, LetsExceptionsOutWhenTheUnwindingBeganBeforeTheInstance) {
       Unwinding);
   EXPECT_TRUE(raised);
   EXPECT_EQ(index_traces(sink), begin_texts() + not_read_texts());
+}
+
+TEST_F(IndexSaving, FlushesBeforeItUnlocksWhenItsSecondTextIsNotWritten) {
+  folder.write("00000001.kdb", "bytes");
+  folder.write("index", "00000001");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  // The source stays, so the save writes a second text.
+  std::unique_ptr<os::faults::Fault> broken;
+  std::unique_ptr<os::faults::Fault> count;
+  int flushes = 0;
+  const auto hook = os::faults::before(Call::remove_file, [&] {
+    broken.reset(new os::faults::Fault(os::faults::fail(Call::write, kRefused)));
+    count.reset(new os::faults::Fault(os::faults::before(
+        Call::flush, [&flushes] { ++flushes; }, 1, Times::kLasting)));
+  });
+  const auto fault = os::faults::fail(Call::remove_file, kRefused);
+  STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 1);
+  ASSERT_TRUE(broken);
+  EXPECT_EQ(broken->hits(), 1U);
+  EXPECT_GE(flushes, 1);
+  EXPECT_EQ(folder.index(), "b.kdb_0000000001/00000002\n");
 }
 
 }  // namespace
