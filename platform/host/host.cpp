@@ -22,8 +22,8 @@ component_factory::~component_factory() = default;
 namespace host {
 namespace {
 
-/// Whether a folder could be found. @throws vu_i18n_except if it is not UTF-8: documents must not go
-/// into another folder. Example: after "VU_STORAGE_SERVER_TEMP=/srv/caf\xe9", not into "/tmp".
+/// Whether a folder could be found. @throws vu_i18n_except if it is not UTF-8: documents must not
+/// go into another folder. Example: after "VU_STORAGE_SERVER_TEMP=/srv/caf\xe9", not into "/tmp".
 bool is_found(os::Status status, const char* source) {
   if (status.failure() == os::Failure::kNoName)
     throw vu_i18n_except(std::string(source) + " is not valid UTF-8");

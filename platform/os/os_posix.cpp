@@ -246,7 +246,8 @@ class LockedFile {
   FileInfo m_info{};
 };
 
-/// One copy of a file, run once. The destructor removes an incomplete copy, then releases the locks.
+/// One copy of a file, run once. The destructor removes an incomplete copy and then releases the
+/// locks.
 class FileCopy {
  public:
   FileCopy(Path from, Path to) : m_from(native(from)), m_to(native(to)) {}
@@ -277,8 +278,8 @@ class FileCopy {
     };
     Descriptor opened(open(O_NONBLOCK));
     if (opened.valid() || errno != EWOULDBLOCK) return opened;
-    // Another program has a lease on the file (F_SETLEASE), and must release it now. Like os::open(),
-    // wait for that.
+    // Another program has a lease on the file (F_SETLEASE), and must release it now. Wait for that,
+    // like os::open().
     const std::optional<FileInfo> info = info_of(path.c_str());
     if (info && S_ISREG(info->st_mode)) return Descriptor(uninterrupted([&] { return open(0); }));
     errno = EWOULDBLOCK;
