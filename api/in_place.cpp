@@ -93,6 +93,28 @@ void open_over(vu_file& file, const Address& address, const Place& place) {
 
 }  // namespace
 
+void check_source(const std::string& path, const Address& address) {
+  const auto check = [&](const os::Status& status, const char* text) {
+    if (!status.ok()) throw Refusal{VU_FAILED, text, told_path(path), status.code()};
+  };
+  os::Handle handle = os::kNoHandle;
+  check(os::open(path, os::Access::kReadExisting, handle), "the file cannot be opened");
+  vu_file_base::lock_desc_t lock{};
+  // Required: released again before the version is locked. Of two programs that copy one version
+  // over the other, each would wait for the other one.
+  const os::Status locked =
+      os::lock(handle, {os::kLockFailAtOnce, 0, 0xFFFFFFFFU, 0xFFFFFFFFU, lock.region});
+  static_cast<void>(os::close(handle));
+  check(locked, "a writer has locked the file");
+  Place target;
+  if (!find(address, target)) return;
+  bool is_same = false;
+  const os::Status compared = os::same_file(path, target.path(), is_same);
+  // If the version is gone now, nothing can be lost.
+  if (compared.failure() != os::Failure::kNotFound) check(compared, "the file cannot be compared");
+  if (is_same) throw Refusal{VU_FAILED, "the file is that of the version itself", told_path(path)};
+}
+
 void open_to_write(vu_file& file, const Address& address, bool replaces) {
   Place place;
   place.version = address.version;

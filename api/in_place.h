@@ -7,6 +7,10 @@
 /// Opening versions to write them in place.
 namespace api {
 
+/// Checks a file that is to be copied over a version in place. Call it before open_to_write(): that
+/// empties the version. @throws Refusal if the file cannot be read, or is that of the version
+void check_source(const std::string& path, const Address& address);
+
 /// Opens a version to write it. A missing one is created, with a file of its own. If @p replaces,
 /// an existing one is emptied and loses its parts or its lines in category files, as in
 /// vu_storage::OpenWrite2(). Within a time limit all locks are taken first. So an existing version

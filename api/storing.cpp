@@ -181,6 +181,7 @@ class Staged {
 };
 
 void store_in_place(const Address& address, const Source& source) {
+  if (!source.path.empty()) check_source(source.path, address);
   vu_file file;
   open_to_write(file, address, true);
   if (!file.is_open()) throw Refusal{VU_FAILED, {}, {}};

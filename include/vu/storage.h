@@ -371,7 +371,8 @@ VU_C_API vu_status vu_put(vu_store* store, const vu_document* document, const vo
 /**
  * Stores a file as a version, with its modification time. Otherwise as vu_put().
  * @param path the file, which is only read. If a writer has locked it, the call fails at once.
- * @return VU_NOTHING_MATCHED: there is no such file.
+ * @return VU_NOTHING_MATCHED: there is no such file. VU_FAILED: also if `path` is a folder, or, in
+ *   place, the file of this version; then the version is unchanged.
  */
 VU_C_API vu_status vu_copy_in(vu_store* store, const vu_document* document, const char* path,
                               uint32_t flags, int32_t* how);

@@ -70,6 +70,10 @@ void add_question(const SeenCall& call, FootprintBuilder& builder) {
       builder.reads(Aspect::kName, call.path);
       builder.reads(Aspect::kListing, call.path);
       break;
+    case Call::same_file:
+      builder.reads(Aspect::kName, call.path);
+      builder.reads(Aspect::kName, call.to);
+      break;
     case Call::stat:
       builder.reads(Aspect::kName, call.path);
       builder.reads(Aspect::kContent, call.path);

@@ -598,6 +598,15 @@ Status stat(Path path, FileStat& result, Links links) {
   return {};
 }
 
+Status same_file(Path one, Path other, bool& is_same) {
+  const std::optional<FileInfo> first = info_of(native(one).c_str());
+  if (!first) return no_answer(errno);
+  const std::optional<FileInfo> second = info_of(native(other).c_str());
+  if (!second) return no_answer(errno);
+  is_same = is_same_file(*first, *second);
+  return {};
+}
+
 Status open_folder(Path path, Handle& folder) {
   folder = kNoHandle;
   Place place(path);

@@ -454,6 +454,27 @@ Status stat(Path path, FileStat& result, Links links) {
   return {};
 }
 
+Status same_file(Path one, Path other, bool& is_same) {
+  // Both files stay open until the comparison: the number of a removed file can be given again.
+  const auto opened = [](Path path) {
+    return with_text(path, [](const auto* text) { return create_file(text, 0, OPEN_EXISTING); });
+  };
+  const HANDLE first = opened(one);
+  if (first == INVALID_HANDLE_VALUE) return no_answer(GetLastError());
+  const HANDLE second = opened(other);
+  BY_HANDLE_FILE_INFORMATION a{};
+  BY_HANDLE_FILE_INFORMATION b{};
+  const bool is_told = second != INVALID_HANDLE_VALUE &&
+                       GetFileInformationByHandle(first, &a) != FALSE &&
+                       GetFileInformationByHandle(second, &b) != FALSE;
+  const Status status = is_told ? Status() : no_answer(GetLastError());
+  CloseHandle(first);
+  if (second != INVALID_HANDLE_VALUE) CloseHandle(second);
+  is_same = is_told && a.dwVolumeSerialNumber == b.dwVolumeSerialNumber &&
+            a.nFileIndexHigh == b.nFileIndexHigh && a.nFileIndexLow == b.nFileIndexLow;
+  return status;
+}
+
 Status open_folder(Path, Handle& folder) {
   folder = kNoHandle;
   return {};

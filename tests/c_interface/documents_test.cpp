@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "tests/c_interface/program_store.h"
+#include "tests/support/real_kernel.h"
+#include "vu_file.h"
 
 TEST(CStore, ReturnsItsVersion) {
   EXPECT_EQ(vu_version_number(), VU_VERSION_NUMBER);
@@ -390,6 +392,48 @@ TEST(CDocuments, AFileThatBearsTheNameIsReplacedInPlace) {
   EXPECT_EQ(vu_put(store(), &where, "new", 3, VU_REPLACE, &how), VU_DONE);
   EXPECT_EQ(how, VU_STORED_IN_PLACE);
   EXPECT_EQ(content(where), "new");
+}
+
+TEST(CDocuments, ACopyInPlaceThatCannotBeMadeLeavesTheOldBytes) {
+  const vu_document numbered = document("copy-source", "a.txt", 1, VU_AREA_USER);
+  ASSERT_EQ(put(numbered, "precious"), VU_DONE);
+  // The file of the other one bears its name: it is always written in place.
+  const std::string folder = program_store().root.path("storage\\user\\copy-source");
+  write_file(folder + "\\own.txt", "precious");
+  const vu_document own = document("copy-source", "own.txt", 1, VU_AREA_USER);
+  const scratch_folder outside;
+  make_folder(outside.path("folder"));
+  write_file(outside.path("locked"), "x");
+  vu_file writer(outside.path(), "locked");
+  writer.open(vu_file::o_append);
+#if !defined(_WIN32)
+  std::filesystem::create_symlink(native(path_of(numbered)), native(outside.path("link")));
+  std::filesystem::create_hard_link(native(path_of(own)), native(outside.path("second")));
+#endif
+  const auto copy = [&](const vu_document& where, const std::string& path) {
+    const std::uint32_t flags = VU_REPLACE | VU_IN_PLACE;
+    EXPECT_EQ(name_of(vu_copy_in(store(), &where, path.c_str(), flags, nullptr)), "VU_FAILED")
+        << path;
+    EXPECT_EQ(content(where), "precious") << path;
+  };
+  for (const vu_document& where : {numbered, own}) {
+    copy(where, path_of(where));
+    copy(where, native(outside.path("folder")).string());
+    if (!is_emulated()) copy(where, native(outside.path("locked")).string());
+  }
+#if !defined(_WIN32)
+  copy(numbered, native(outside.path("link")).string());
+  copy(own, native(outside.path("second")).string());
+#endif
+  writer.close();
+  // Without the flag the file of the name is written in place, too.
+  EXPECT_EQ(vu_copy_in(store(), &own, path_of(own).c_str(), VU_REPLACE, nullptr), VU_FAILED);
+  EXPECT_EQ(content(own), "precious");
+  // Its own file is a source like any other if the version gets a new one.
+  EXPECT_EQ(vu_copy_in(store(), &numbered, path_of(numbered).c_str(), VU_REPLACE, nullptr),
+            VU_DONE);
+  EXPECT_EQ(content(numbered), "precious");
+  EXPECT_EQ(vu_copy_in(store(), &own, path_of(numbered).c_str(), VU_REPLACE, nullptr), VU_DONE);
 }
 
 TEST(CDocuments, TheFileOfAnotherDocumentIsNotAValidName) {

@@ -22,7 +22,7 @@ namespace {
 constexpr std::array<const char*, kFunctions + 2> kNames = {
     "open", "close", "read", "write", "seek", "set_end", "size", "reserve", "flush", "lock",
     "unlock",
-    "probe_attributes", "probe_search", "list", "stat", "open_folder", "make_writable",
+    "probe_attributes", "probe_search", "list", "stat", "same_file", "open_folder", "make_writable",
     "create_directory", "remove_directory", "remove_file", "rename", "copy", "flush_file",
     "short_path",
     "current_directory", "full_path", "program_folder", "temporary_folder", "environment",

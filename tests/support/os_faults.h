@@ -37,6 +37,7 @@ Status probe_attributes(Path path);
 Status probe_search(Path path);
 Status list(Path folder, Listing& entries);
 Status stat(Path path, FileStat& result, Links links = Links::kFollow);
+Status same_file(Path one, Path other, bool& is_same);
 Status open_folder(Path path, Handle& folder);
 
 Status make_writable(Path path);
@@ -97,6 +98,7 @@ enum class Call : std::uint8_t {
   probe_search,
   list,
   stat,
+  same_file,
   open_folder,
   make_writable,
   create_directory,

@@ -250,6 +250,11 @@ Status stat(Path path, FileStat& result, Links links) {
                      [&] { return sys::stat(path, result, links); });
 }
 
+Status same_file(Path one, Path other, bool& is_same) {
+  return status_call({.call = Call::same_file, .path = &one, .to = &other},
+                     [&] { return sys::same_file(one, other, is_same); });
+}
+
 Status open_folder(Path path, Handle& folder) {
   folder = kNoHandle;
   return status_call({.call = Call::open_folder, .path = &path, .opened = &folder},

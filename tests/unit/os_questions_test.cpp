@@ -280,6 +280,31 @@ TEST(OsStat, AFolderIsFoundWithSeparatorsAtTheEndAndAFileIsNot) {
   }
 }
 
+TEST(OsSameFile, TwoPathsLeadToOneFileOrToTwo) {
+  const scratch_folder scratch;
+  write_file(scratch.path("one"), "x");
+  write_file(scratch.path("two"), "x");
+  bool is_same = false;
+  EXPECT_TRUE(succeeds(os::same_file(scratch.path("one"), scratch.path("one"), is_same)));
+  EXPECT_TRUE(is_same);
+  EXPECT_TRUE(succeeds(os::same_file(scratch.path("one"), scratch.path(".\\one"), is_same)));
+  EXPECT_TRUE(is_same);
+  EXPECT_TRUE(succeeds(os::same_file(scratch.path("one"), scratch.path("two"), is_same)));
+  EXPECT_FALSE(is_same);
+  EXPECT_TRUE(fails(os::same_file(scratch.path("one"), scratch.path("missing"), is_same),
+                    Failure::kNotFound, {ENOENT, 2}));
+  EXPECT_TRUE(fails(os::same_file(scratch.path("missing"), scratch.path("one"), is_same),
+                    Failure::kNotFound, {ENOENT, 2}));
+#if !defined(_WIN32)
+  std::filesystem::create_symlink("one", native(scratch.path("link")));
+  std::filesystem::create_hard_link(native(scratch.path("two")), native(scratch.path("second")));
+  EXPECT_TRUE(succeeds(os::same_file(scratch.path("link"), scratch.path("one"), is_same)));
+  EXPECT_TRUE(is_same);
+  EXPECT_TRUE(succeeds(os::same_file(scratch.path("two"), scratch.path("second"), is_same)));
+  EXPECT_TRUE(is_same);
+#endif
+}
+
 TEST(OsStat, TheRootIsAFolder) {
   os::FileStat data;
   EXPECT_TRUE(succeeds(os::stat(std::string("\\"), data)));
