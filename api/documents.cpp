@@ -43,8 +43,6 @@ vu_status read_into(const Store& store, const vu_document* document, void* buffe
 
 vu_status read_whole(const Store& store, const vu_document* document, void** bytes,
                      std::size_t* size) {
-  require(bytes, "bytes");
-  *bytes = nullptr;
   require(size, "size");
   vu_file file;
   open_to_read(address_of(store, document, Version::kAny), file);
@@ -146,6 +144,7 @@ vu_status vu_read(vu_store* store, const vu_document* document, void* buffer, si
 
 vu_status vu_read_whole(vu_store* store, const vu_document* document, void** bytes, size_t* size) {
   return run("vu_read_whole", [&]() -> vu_status {
+    api::clear_result(bytes, "bytes");
     const StoreUse use(store);
     return api::read_whole(*use, document, bytes, size);
   });
