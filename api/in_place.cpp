@@ -63,7 +63,7 @@ std::list<Category> lock_categories(const Place& place, const std::string& entry
 /// Required: the lock of the document comes first. It can be kept for long, and nothing else is
 /// locked while this call waits for it.
 void open_over_in_time(vu_file& file, const Address& address, const Place& place) {
-  file.open(place.folder, place.file, vu_file_base::o_write);
+  open_existing(file, place.folder, place.file, vu_file_base::o_write);
   if (!file.is_locked()) return;
   std::list<Category> categories;
   if (address.type == STG::UserFilesRepository) categories = lock_categories(place, address.name);
@@ -88,7 +88,17 @@ void open_over(vu_file& file, const Address& address, const Place& place) {
     StorageGate::remove_from_categories(place.folder, address.name);
   if (address.is_corporate())
     vu_file::recurseRemoveDir(layout::root_of_parts(place.path(), vu_storage::getTdcTimeStamp()));
-  file.open(place.folder, place.file, vu_file_base::o_truncate);
+  open_existing(file, place.folder, place.file, vu_file_base::o_truncate);
+}
+
+/// Finds a version, or creates it. @return whether it existed.
+bool find_or_create_anywhere(const Address& address, Place& place) {
+  place.version = address.version;
+  if (!find_folder(address, true, place.folder)) throw Refusal{VU_FAILED, {}, {}};
+  const bool exists = STGIndex::exists(place.folder, address.name, place.version, place.file);
+  if (LockLimit::passed()) throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
+  // An index that cannot be opened looks empty; find() throws then.
+  return exists || !find_or_create(address, place);
 }
 
 }  // namespace
@@ -116,15 +126,18 @@ void check_source(const std::string& path, const Address& address) {
 }
 
 void open_to_write(vu_file& file, const Address& address, bool replaces) {
-  Place place;
-  place.version = address.version;
-  if (!find_folder(address, true, place.folder)) throw Refusal{VU_FAILED, {}, {}};
-  bool existed = STGIndex::exists(place.folder, address.name, place.version, place.file);
-  if (LockLimit::passed()) throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
-  // An index that cannot be opened looks empty; find() throws then.
-  if (!existed) existed = !find_or_create(address, place);
-  if (!existed) file.open(place.folder, place.file, vu_file_base::o_truncate);
-  if (existed && replaces) open_over(file, address, place);
+  bool existed = false;
+  const auto look = [&] {
+    Place place;
+    existed = find_or_create_anywhere(address, place);
+    return place;
+  };
+  // Required: no missing file is created. Another program may have replaced or removed the version
+  // since the look, and a file without an entry would become a document by adoption.
+  at_place(look, [&](const Place& place) {
+    if (!existed) open_existing(file, place.folder, place.file, vu_file_base::o_truncate);
+    if (existed && replaces) open_over(file, address, place);
+  });
 }
 
 bool is_opened_anew(const Address& address, vu_file& file) {

@@ -133,18 +133,33 @@ std::optional<std::string> changed(std::string_view text, const std::string& nam
   return result;
 }
 
-vu_status change(const KeyFile& of, const std::string& name,
-                 const std::optional<std::string>& value) {
-  Place place = {of.folder, of.name, 0};
-  if (!value) {
-    place = place_of(of);
-  } else if (!of.is_plain()) {
+/// Opens a key file with its lock, to change it. @throws Refusal, vu_file_except
+Place open_to_change(const KeyFile& of, Missing missing, vu_file& file) {
+  if (of.is_plain() && missing == Missing::kIsCreated) {
+    file.open(of.folder, of.name, vu_file_base::o_append);
+    check_locked(file);
+    return {of.folder, of.name, 0};
+  }
+  const auto look = [&] {
+    if (missing == Missing::kIsAFailure) return place_of(of);
+    Place place;
     if (!find_folder(of.address, true, place.folder)) throw Refusal{VU_FAILED, {}, {}};
     find_or_create(of.address, place);
-  }
+    return place;
+  };
+  // Required: no missing file is created. Another program may have replaced or removed the key file
+  // since the look, and a file without an entry would become a document by adoption.
+  return at_place(look, [&](const Place& place) {
+    open_existing(file, place.folder, place.file, vu_file_base::o_append);
+    check_locked(file);
+    return place;
+  });
+}
+
+vu_status change(const KeyFile& of, const std::string& name,
+                 const std::optional<std::string>& value) {
   vu_file file;
-  file.open(place.folder, place.file, vu_file_base::o_append);
-  check_locked(file);
+  const Place place = open_to_change(of, value ? Missing::kIsCreated : Missing::kIsAFailure, file);
   // Also of a new file: another program may have written to it meanwhile.
   const std::optional<std::string> text = changed(read_to_end(file).view(), name, value);
   if (!text) throw Refusal{VU_NOTHING_MATCHED, "there is no such line", {}};

@@ -201,17 +201,22 @@ bool is_removed(const Address& address, const Place& old);
 /// The status of a call that has removed the file of a version: VU_DONE or VU_PARTLY_DONE.
 /// @throws Refusal VU_PARTLY_DONE if a lock was not obtained in time.
 vu_status status_of_removal();
-/// Calls @p use with the place of a version, again if the version has moved.
-template <class Use>
-auto at_place_of(const Address& address, const Use& use) {
+/// Calls @p use with the place that @p look finds, again if the version has moved.
+template <class Look, class Use>
+auto at_place(const Look& look, const Use& use) {
   for (int tries = 0;; ++tries) {
-    const Place place = place_of(address);
+    const Place place = look();
     try {
       return use(place);
     } catch (...) {
       if (!has_moved(place, tries)) throw;
     }
   }
+}
+/// The same for a version that exists.
+template <class Use>
+auto at_place_of(const Address& address, const Use& use) {
+  return at_place([&] { return place_of(address); }, use);
 }
 
 }  // namespace api

@@ -70,11 +70,11 @@ void HandleCore::trace_failure(const char* what, std::int32_t error, trace_event
 
 bool HandleCore::try_open(vu_file_base::type_access mode, bool& lock_failed, bool no_wait) {
   std::int32_t error = 0;
-  return try_open(mode, lock_failed, no_wait, error);
+  return try_open(mode, Missing::kIsCreated, lock_failed, no_wait, error);
 }
 
-bool HandleCore::try_open(vu_file_base::type_access mode, bool& lock_failed, bool no_wait,
-                          std::int32_t& error) {
+bool HandleCore::try_open(vu_file_base::type_access mode, Missing missing, bool& lock_failed,
+                          bool no_wait, std::int32_t& error) {
   if (m_state.is_open()) {
     VU_ERROR_IN(m_operation, "file is already opened, it will be closed and reopened !!!");
     VU_ERROR_IN(m_operation, " path = ", m_directory, "\\", m_file_name);
@@ -88,8 +88,9 @@ bool HandleCore::try_open(vu_file_base::type_access mode, bool& lock_failed, boo
     VU_ERROR_IN(m_operation, " unknown open mode while opening file : ", full_path);
     return false;
   }
-  const auto access =
-      mode == vu_file_base::o_read ? os::Access::kReadExisting : os::Access::kReadWriteCreate;
+  const auto to_write = missing == Missing::kIsCreated ? os::Access::kReadWriteCreate
+                                                       : os::Access::kReadWriteExisting;
+  const auto access = mode == vu_file_base::o_read ? os::Access::kReadExisting : to_write;
   const os::Status opened = m_spelling.open(full_path, access, m_state.handle);
   if (!opened.ok()) {
     error = opened.code();
@@ -102,10 +103,10 @@ bool HandleCore::try_open(vu_file_base::type_access mode, bool& lock_failed, boo
   return true;
 }
 
-void HandleCore::open(vu_file_base::type_access mode) {
+void HandleCore::open(vu_file_base::type_access mode, Missing missing) {
   bool lock_failed = false;
   std::int32_t error = 0;
-  if (try_open(mode, lock_failed, false, error)) {
+  if (try_open(mode, missing, lock_failed, false, error)) {
     if (!lock_failed || !LockLimit::passed()) return;
     trace_failure("lock file", os::last_error());
     unlock_and_close();
@@ -342,6 +343,14 @@ os::Status HandleCore::give_lock_back(vu_file_base& state) {
 }
 
 // ------------------------------------------------------------------------------------------------
+
+void open_existing(vu_file& file, const std::string& folder, const std::string& name,
+                   vu_file_base::type_access mode) {
+  VU_FILE_SCOPE();
+  if (file.is_open()) file.close();
+  file = vu_file(folder, name);
+  HandleCore(file, vu_trace_scope).open(mode, Missing::kIsAFailure);
+}
 
 FileText read_to_end(vu_file& file) {
   VU_FILE_SCOPE();

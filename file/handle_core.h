@@ -43,6 +43,9 @@ struct FileText {
   std::string_view view() const { return {bytes.get(), size}; }
 };
 
+/// Whether opening a file for writing creates a missing one. The modes of the handles always do.
+enum class Missing : std::uint8_t { kIsCreated, kIsAFailure };
+
 /// The protocol of the two file handles. Each member of vu_file and vu_fileutf8 opens its trace
 /// scope, constructs a HandleCore for this one call, and calls the member that does the work. The
 /// traces name the operation of that scope.
@@ -63,7 +66,7 @@ class HandleCore {
   HandleCore(vu_fileutf8& handle, const trace::Scope& operation);
 
   bool try_open(vu_file_base::type_access mode, bool& lock_failed, bool no_wait);
-  void open(vu_file_base::type_access mode);
+  void open(vu_file_base::type_access mode, Missing missing = Missing::kIsCreated);
   int read(std::string& out, int count);
   void read(unsigned char*& buffer, unsigned int& length);
   /// See the functions of the same names below.
@@ -85,7 +88,7 @@ class HandleCore {
  private:
   std::string path() const;
   /// Like the public one. If the file cannot be opened, @p error receives the system's error.
-  bool try_open(vu_file_base::type_access mode, bool& lock_failed, bool no_wait,
+  bool try_open(vu_file_base::type_access mode, Missing missing, bool& lock_failed, bool no_wait,
                 std::int32_t& error);
   /// @throws vu_file_except unless the handle's mode allows it.
   void check_reading_mode() const;
@@ -111,6 +114,11 @@ class HandleCore {
   const HandleSpelling& m_spelling;
   const trace::Scope& m_operation;
 };
+
+/// Like vu_file::open(), but a missing file is not created: that is a failure. If the handle is
+/// open, closes it first. @throws vu_file_except
+void open_existing(vu_file& file, const std::string& folder, const std::string& name,
+                   vu_file_base::type_access mode);
 
 /// Reads an open file from its position to its end, however large it has become, into memory that
 /// is not cleared first. After a short read it reads on: only a read of no bytes is the end.

@@ -93,9 +93,10 @@ class Path {
 };
 
 enum class Access : std::uint8_t {
-  kReadExisting,     ///< read; the file must exist
-  kReadWriteCreate,  ///< read and write; a missing file is created, an existing one never cut
-  kCreateNew,        ///< read and write; the file must not exist, else Failure::kAlreadyExists
+  kReadExisting,       ///< read; the file must exist
+  kReadWriteExisting,  ///< read and write; the file must exist
+  kReadWriteCreate,    ///< read and write; a missing file is created, an existing one never cut
+  kCreateNew,          ///< read and write; the file must not exist, else Failure::kAlreadyExists
 };
 
 /// Flags of a lock request.

@@ -442,7 +442,8 @@ std::optional<std::string> working_folder() {
 Status open(Path path, Access access, Handle& handle) {
   handle = kNoHandle;
   const bool writing = access != Access::kReadExisting;
-  const int rights = writing ? O_RDWR | O_CREAT : O_RDONLY;
+  const bool creates = writing && access != Access::kReadWriteExisting;
+  const int rights = (writing ? O_RDWR : O_RDONLY) | (creates ? O_CREAT : 0);
   const int flags = O_CLOEXEC | O_NOCTTY | rights | (access == Access::kCreateNew ? O_EXCL : 0);
   const NativePath name = native(path);
   Descriptor descriptor(::open(name.c_str(), flags, 0666));

@@ -320,7 +320,8 @@ std::basic_string<Character> message(std::int32_t code) {
 Status open(Path path, Access access, Handle& handle) {
   const bool writing = access != Access::kReadExisting;
   const DWORD rights = writing ? GENERIC_READ | GENERIC_WRITE : GENERIC_READ;
-  const DWORD disposition = !writing                       ? OPEN_EXISTING
+  const bool creates = writing && access != Access::kReadWriteExisting;
+  const DWORD disposition = !creates                       ? OPEN_EXISTING
                             : access == Access::kCreateNew ? CREATE_NEW
                                                            : OPEN_ALWAYS;
   const HANDLE opened =

@@ -134,6 +134,53 @@ TEST_F(CInterfaceChanges, ARenameOfWhatAnotherProgramRemovesHasNothingToRename) 
   EXPECT_EQ(vu_close_store(hurried), VU_DONE);
 }
 
+TEST_F(CInterfaceChanges, AWriteInPlaceMakesNoFileForAVersionThatIsGone) {
+  // Another program replaces or removes the version before an open of the call.
+  vu_store* const hurried = hurried_store(VU_NO_WAIT);
+  const auto write = [&](int way) {
+    if (way == 0) return vu_key_set(m_store, &m_document, "line", "value");
+    if (way == 1) return vu_key_delete(m_store, &m_document, "old");
+    if (way == 2) return put(m_document, "new", VU_REPLACE | VU_IN_PLACE);
+    vu_stream* stream = nullptr;
+    const vu_status status = vu_open(m_store, &m_document, VU_WRITE_OVER, &stream);
+    return stream != nullptr ? vu_stream_close(stream) : status;
+  };
+  int times_disturbed = 0;
+  for (int way = 0; way < 4; ++way) {
+    for (const bool removes : {false, true}) {
+      for (std::uint64_t nth = 1;; ++nth) {
+        SCOPED_TRACE(std::to_string(way) + (removes ? ", removed " : ", replaced ") +
+                     std::to_string(nth));
+        ASSERT_EQ(put(m_document, "old=1\n", VU_REPLACE), VU_DONE);
+        vu_status disturbed = VU_FAILED;
+        const auto disturb = [&] {
+          disturbed = elsewhere([&] {
+            return removes ? vu_remove(hurried, &m_document)
+                           : vu_put(hurried, &m_document, "other=1\n", 8, VU_REPLACE, nullptr);
+          });
+        };
+        bool is_over = false;
+        {
+          const auto hook = faults::before(Call::open, disturb, nth);
+          const vu_status status = write(way);
+          is_over = hook.hits() == 0;
+          EXPECT_TRUE(is_made(status) || (way == 1 && status == VU_NOTHING_MATCHED))
+              << vu_status_name(status) << last_error().text;
+        }
+        times_disturbed += is_made(disturbed) ? 1 : 0;
+        // A file without an entry would be adopted under its own name.
+        const std::vector<std::string> names = files();
+        EXPECT_TRUE(names.empty() || names == std::vector<std::string>{"a.txt"});
+        EXPECT_EQ(count_of_files(), names.size() + 2);
+        if (is_over) break;
+        ASSERT_LT(nth, 100U);
+      }
+    }
+  }
+  EXPECT_GT(times_disturbed, 8);
+  EXPECT_EQ(vu_close_store(hurried), VU_DONE);
+}
+
 TEST_F(CInterfaceChanges, AFailedCheckDoesNotMeanThatTheVersionIsStored) {
   vu_store* const hurried = hurried_store(VU_NO_WAIT);
   int times_stored = 0;

@@ -51,6 +51,17 @@ TEST(OsOpen, WritingMakesTheFileAndNeverCutsIt) {
   EXPECT_EQ(read_file(path), "text");
 }
 
+TEST(OsOpen, WritingAnExistingFileMakesNone) {
+  const scratch_folder scratch;
+  const std::string path = scratch.path("file");
+  EXPECT_TRUE(
+      fails(open_and_close(path, Access::kReadWriteExisting), Failure::kNotFound, {ENOENT, 2}));
+  EXPECT_FALSE(file_exists(path));
+  write_file(path, "text");
+  OpenFile(path, Access::kReadWriteExisting).write("more");
+  EXPECT_EQ(read_file(path), "more");
+}
+
 TEST(OsOpen, CreatesANewFileOnlyWhereNothingIs) {
   const scratch_folder scratch;
   write_file(scratch.path("file"), "bytes");
