@@ -569,3 +569,15 @@ TEST_F(CInterfaceFaults, AFolderThatTheSystemCannotCheckIsNotMissing) {
     EXPECT_NE(status, VU_NOTHING_MATCHED) << nth;
   }
 }
+
+TEST_F(CInterfaceFaults, ARenameRemovesNothingBeforeTheCopyIsOnTheDevice) {
+  // The folder of another owner contains a file with the new name, so the copy is made in place.
+  vu_document to = document("b.txt");
+  to.owner = "bert";
+  ASSERT_EQ(put(to, "", 0), VU_DONE);
+  write_file(m_scratch.path("storage\\user\\bert\\b.txt"), "BBB");
+  const auto fault = faults::fail(Call::flush_file, kRefused);
+  EXPECT_EQ(vu_rename(m_store, &m_document, &to, VU_REPLACE), VU_FAILED);
+  EXPECT_EQ(fault.hits(), 1U);
+  EXPECT_EQ(content(m_document), "old");
+}
