@@ -22,25 +22,17 @@ component_factory::~component_factory() = default;
 namespace host {
 namespace {
 
-/// Whether a folder could be found. @throws vu_i18n_except if it is not UTF-8: documents must not
-/// go into another folder. Example: after "VU_STORAGE_SERVER_TEMP=/srv/caf\xe9", not into "/tmp".
-bool is_found(os::Status status, const char* source) {
-  if (status.failure() == os::Failure::kNoName)
-    throw vu_i18n_except(std::string(source) + " is not valid UTF-8");
-  return status.ok();
-}
-
-/// An environment variable replaces the system's answer if it is set and not empty.
+/// An environment variable replaces the system's answer if it is set and contains a valid text.
 bool from_environment(const char* variable, ucs2string& folder) {
   ucs2string value;
-  if (!is_found(os::environment(variable, value), variable) || value.empty()) return false;
+  if (!os::environment(variable, value).ok() || value.empty()) return false;
   folder = std::move(value);
   return true;
 }
 
 ucs2string system_temporary_folder() {
   ucs2string folder;
-  if (!is_found(os::temporary_folder(folder), "TMPDIR")) folder = ucs2string(u".");
+  if (!os::temporary_folder(folder).ok()) folder = ucs2string(u".");
   return folder;
 }
 

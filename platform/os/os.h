@@ -30,8 +30,7 @@ enum class Failure : std::uint8_t {
   kNotFound,       ///< the path, or a folder on the way to it, does not exist (or is a plain file)
   kAlreadyExists,  ///< the new name is taken
   kLocked,         ///< another handle has a conflicting lock
-  kNoName,  ///< no file can have such a name here (too long, a character that is not allowed), or
-            ///< a name that the system returned is not UTF-8
+  kNoName,  ///< no file can have such a name here (too long, a character that is not allowed)
   kOther,   ///< anything else; after a query: the system could not tell
 };
 

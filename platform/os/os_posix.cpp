@@ -418,7 +418,7 @@ class FileCopy {
 /// A name of the system as the library's text. Fails if its bytes are not UTF-8.
 Status to_text(std::string_view bytes, ucs2string& result) {
   std::u16string text;
-  if (!posix::to_wide(bytes, text)) return fail(EILSEQ, Failure::kNoName);
+  if (!posix::to_wide(bytes, text)) return fail(EILSEQ);
   result = ucs2string(std::move(text));
   return {};
 }
