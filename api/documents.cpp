@@ -6,7 +6,6 @@
 #include "api/store.h"
 #include "file/handle_core.h"
 #include "file/lock_limit.h"
-#include "index/index_gate.h"
 #include "stg_index.h"
 #include "vu_storage.h"
 
@@ -66,17 +65,6 @@ vu_status describe(const Address& address, vu_info& info) {
     info = found;
     return VU_DONE;
   });
-}
-
-/// A lookup finds the file that bears the document's name, but RemoveFile() would remove the file
-/// of the entry. @throws Refusal
-void refuse_if_hidden(const Address& address, const Place& place) {
-  if (place.file != address.name) return;
-  const auto entered = IndexGate::file_of(place.folder, address.name, place.version);
-  if (entered && *entered != place.file)
-    throw Refusal{VU_REFUSED,
-                  "another file bears the document's name and hides the version; rename that file",
-                  told_path(place.path())};
 }
 
 vu_status remove(const Address& given) {

@@ -59,12 +59,10 @@ std::list<Category> lock_categories(const Place& place, const std::string& entry
   return locked;
 }
 
-/// Removes what was derived from the old version, within a time limit: takes all locks first.
-/// Required: the lock of the document comes first. It can be kept for long, and nothing else is
-/// locked while this call waits for it.
-void open_over_in_time(vu_file& file, const Address& address, const Place& place) {
-  open_existing(file, place.folder, place.file, vu_file_base::o_write);
-  if (!file.is_locked()) return;
+/// Removes what was derived from a version, and empties it, within a time limit: takes all locks
+/// first. Required: the document is locked already. Its lock can be kept for long, and nothing else
+/// is locked while this call waits for it.
+void empty_in_time(vu_file& file, const Address& address, const Place& place) {
   std::list<Category> categories;
   if (address.type == STG::UserFilesRepository) categories = lock_categories(place, address.name);
   for (Category& category : categories) {
@@ -81,9 +79,10 @@ void open_over_in_time(vu_file& file, const Address& address, const Place& place
   file.clear();
 }
 
-/// Opens and empties an existing version.
+/// Opens an existing version, and empties it unless there is a time limit.
 void open_over(vu_file& file, const Address& address, const Place& place) {
-  if (LockLimit::is_set()) return open_over_in_time(file, address, place);
+  if (LockLimit::is_set())
+    return open_existing(file, place.folder, place.file, vu_file_base::o_write);
   if (address.type == STG::UserFilesRepository)
     StorageGate::remove_from_categories(place.folder, address.name);
   if (address.is_corporate())
@@ -108,7 +107,10 @@ void check_source(const std::string& path, const Address& address) {
     if (!status.ok()) throw Refusal{VU_FAILED, text, told_path(path), status.code()};
   };
   os::Handle handle = os::kNoHandle;
-  check(os::open(path, os::Access::kReadExisting, handle), "the file cannot be opened");
+  const os::Status opened = os::open(path, os::Access::kReadExisting, handle);
+  if (opened.failure() == os::Failure::kNotFound)
+    throw Refusal{VU_NOTHING_MATCHED, "there is no such file", told_path(path)};
+  check(opened, "the file cannot be opened");
   vu_file_base::lock_desc_t lock{};
   // Required: released again before the version is locked. Of two programs that copy one version
   // over the other, each would wait for the other one.
@@ -128,16 +130,19 @@ void check_source(const std::string& path, const Address& address) {
 void open_to_write(vu_file& file, const Address& address, bool replaces) {
   bool existed = false;
   const auto look = [&] {
-    Place place;
-    existed = find_or_create_anywhere(address, place);
-    return place;
+    Place found;
+    existed = find_or_create_anywhere(address, found);
+    return found;
   };
   // Required: no missing file is created. Another program may have replaced or removed the version
   // since the look, and a file without an entry would become a document by adoption.
-  at_place(look, [&](const Place& place) {
-    if (!existed) open_existing(file, place.folder, place.file, vu_file_base::o_truncate);
-    if (existed && replaces) open_over(file, address, place);
+  const Place place = at_place(look, [&](const Place& found) {
+    if (!existed) open_existing(file, found.folder, found.file, vu_file_base::o_truncate);
+    if (existed && replaces) open_over(file, address, found);
+    return found;
   });
+  if (existed && replaces && LockLimit::is_set() && file.is_locked())
+    empty_in_time(file, address, place);
 }
 
 bool is_opened_anew(const Address& address, vu_file& file) {

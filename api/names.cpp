@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "api/store.h"
+#include "file/path_text.h"
 #include "index/index_format.h"
 #include "index/index_gate.h"
 #include "platform/os/os.h"
@@ -111,6 +112,17 @@ bool may_be_anothers(std::string_view name) {
          name.substr(0, kDigits).find_first_not_of("0123456789") == std::string_view::npos;
 }
 
+/// Whether a name of a folder leads to the file with another name there.
+bool leads_to(const std::string& folder, const std::string& file, const std::string& name) {
+  if (file == name) return true;
+  if (!may_be_one_file(file, name)) return false;
+  bool is_same = false;
+  const os::Status compared =
+      os::same_file(path_text::join(folder, file), path_text::join(folder, name), is_same);
+  // If the system does not tell, the name is not used.
+  return is_same || !compared.ok();
+}
+
 [[noreturn]] void refuse(const char* what, std::string_view name, const char* why) {
   throw Refusal{VU_REFUSED, std::string(what) + " is refused: " + why, std::string(name)};
 }
@@ -212,7 +224,7 @@ void refuse_anothers_file(const Store& store, const Address& address) {
   if (!vu_file::exists(path)) return;
   bool is_anothers = vu_file::is_dir(path);
   const auto compare = [&](std::string_view logical, long, const std::string& file) {
-    is_anothers = is_anothers || (may_be_one_file(file, address.name) && logical != address.name);
+    is_anothers = is_anothers || (logical != address.name && leads_to(folder, file, address.name));
     return !is_anothers;
   };
   static_cast<void>(IndexGate::visit(folder, compare));

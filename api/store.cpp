@@ -9,6 +9,7 @@
 #include "file/folder_entries.h"
 #include "file/lock_limit.h"
 #include "index/index_format.h"
+#include "index/index_gate.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
 #include "storage/layout.h"
@@ -179,6 +180,15 @@ bool has_moved(const Place& place, int tries) {
   return true;
 }
 
+void refuse_if_hidden(const Address& address, const Place& place) {
+  if (place.file != address.name) return;
+  const auto entered = IndexGate::file_of(place.folder, address.name, place.version);
+  if (entered && *entered != place.file)
+    throw Refusal{VU_REFUSED,
+                  "another file bears the document's name and hides the version; rename that file",
+                  told_path(place.path())};
+}
+
 bool is_removed(const Address& address, const Place& old) {
   // After the deadline the index may be locked.
   if (LockLimit::passed()) return !vu_file::exists(old.path());
@@ -235,14 +245,15 @@ std::string root_of(const vu_settings& settings) {
   return path_of(path.c_str());
 }
 
-/// Creates again what an earlier call could not create, or what was removed since.
+/// Creates again what an earlier call could not create, or what was removed since; never the root.
 /// @throws Refusal if an area has no folder
 void require_areas() {
   for (const auto type :
        {STG::CorporateRepository, STG::UserFilesRepository, STG::MailRepository}) {
     const std::string& folder = area_folder(type);
     if (vu_file::is_dir(folder)) continue;
-    make_folders(folder);
+    vu_file::createDir(vu_storage::getStoragePath());
+    vu_file::createDir(folder);
     if (!vu_file::is_dir(folder))
       throw Refusal{VU_FAILED, "the folder does not exist and cannot be created",
                     told_path(folder)};

@@ -196,6 +196,9 @@ bool find_or_create(const Address& address, Place& place);
 /// For a version whose file could not be used: whether the file is gone because another program has
 /// replaced the version. The caller then looks the version up again.
 bool has_moved(const Place& place, int tries);
+/// A lookup finds the file that bears the document's name; an operation of the index takes the file
+/// of the entry. @throws Refusal VU_REFUSED if these are two files
+void refuse_if_hidden(const Address& address, const Place& place);
 /// Whether a removal has removed the file of a version.
 bool is_removed(const Address& address, const Place& old);
 /// The status of a call that has removed the file of a version: VU_DONE or VU_PARTLY_DONE.

@@ -237,20 +237,22 @@ bool stays(const Address& address, const Place& old) {
 constexpr const char* kOldOneStays =
     "the version has its new name, but the old one cannot be removed";
 
-/// Removes a version that was copied to another folder. Required: only the file that was copied.
-/// Another program may have stored other bytes under the name since.
-vu_status remove_copied(const Address& address, const Place& copied) {
+/// Removes a version that was copied to @p folder. Required: only the file that was copied. Another
+/// program may have stored other bytes under the name since. In the same folder lines in category
+/// files keep the old name.
+vu_status remove_copied(const Address& address, const Place& copied, const std::string& folder) {
   const auto is_it = [&](const std::string& file) { return file == copied.file; };
-  if (IndexGate::remove_if(copied.folder, address.name, address.version, is_it))
+  const bool is_gone = IndexGate::remove_if(copied.folder, address.name, address.version, is_it);
+  if (is_gone && copied.folder != folder)
     StorageGate::remove_lines(copied.folder, address.name, address.type);
   if (stays(address, copied)) throw Refusal{VU_PARTLY_DONE, kOldOneStays, told_path(copied.path())};
   return status_of_removal();
 }
 
-/// Copies a version to another folder, then removes the old one.
+/// Copies a version to a folder, then removes the old one.
 /// @param replaced the file of the version that has the new name before; empty if there is none.
-vu_status move(const Address& from, const Place& old, const Address& to, std::uint32_t flags,
-               const std::string& replaced) {
+vu_status move(const Address& from, const Place& old, const Address& to, const std::string& folder,
+               std::uint32_t flags, const std::string& replaced) {
   wait_for_index(old.folder);
   vu_status stored = VU_DONE;
   std::int32_t how = VU_STORED_AT_ONCE;
@@ -268,7 +270,7 @@ vu_status move(const Address& from, const Place& old, const Address& to, std::ui
                   "the version is stored under its new name; the old one stays, because the file "
                   "that it replaces cannot be removed",
                   told_path(replaced)};
-  const vu_status removed = remove_copied(from, old);
+  const vu_status removed = remove_copied(from, old, folder);
   if (left) std::rethrow_exception(left);
   return stored != VU_DONE ? stored : removed;
 }
@@ -293,7 +295,7 @@ vu_status rename_found(const Address& from, const Place& old, const Address& to,
   // Another file with the new name would hide a renamed version.
   const bool is_hidden = !may_be_one_file(old.file, to.name) && is_there(folder + "\\" + to.name);
   if (folder != old.folder || is_hidden)
-    return move(from, old, to, flags, existed ? place.path() : "");
+    return move(from, old, to, folder, flags, existed ? place.path() : "");
   wait_for_index(folder);
   const bool is_whole = rename_entry(folder, from.name, from.version, to);
   const vu_status status = existed ? without_derived(to, place) : done_unless_told();
@@ -308,6 +310,7 @@ vu_status rename(Address from, const Address& to, std::uint32_t flags) {
   for (int tries = 0;; ++tries) {
     const Place old = place_of(from);
     from.version = old.version;
+    refuse_if_hidden(from, old);
     try {
       return rename_found(from, old, to, flags);
     } catch (const Refusal&) {

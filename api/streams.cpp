@@ -149,7 +149,8 @@ vu_status open_part(const Store& store, const vu_document* document, const char*
     if (Call::current().heard_failure() || is_refused_file_there())
       throw Refusal{VU_FAILED, {}, {}};
     // The parts of an exact document have no preload copies.
-    if (is_exact(address) || !open_from_preload(opened->file, place, type, id))
+    if (mode == VU_WRITE_OVER || is_exact(address) ||
+        !open_from_preload(opened->file, place, type, id))
       throw Refusal{VU_OUTDATED, "the part is missing or too old; generate it and write it", {}};
   }
   give_stream(std::move(opened), stream);

@@ -76,7 +76,7 @@ bool vu_storage::OpenWrite2(vu_file& file, const std::string& userOrDomain,
         if (replace && existed) {
           // The handle ends up closed or open on another file. Its lock may be that of a category
           // file, which the next line needs.
-          file.close();
+          if (type == STG::UserFilesRepository && file.is_open()) file.close();
           if (type == STG::UserFilesRepository) RemoveFromCategFiles(dir, entry);
           if (type == STG::CorporateRepository)
             vu_file::recurseRemoveDir(path_text::join(dir, physical) + "_" + s_sTdcTimeStamp);

@@ -407,9 +407,9 @@ VU_C_API vu_status vu_remove(vu_store* store, const vu_document* document);
 /**
  * Changes the name, version, owner or area of a version. Its parts stay until vu_clean() sweeps
  * them. Within one folder one save of the index changes the name; lines in category files keep the
- * old name. Otherwise the version is copied as by vu_copy_in(), and then the old one is removed as
- * by vu_remove(). Documents of VU_AREA_DOCS are spread over folders by name: a new name nearly
- * always means another folder.
+ * old name. To another folder, and where a file bears the new name, the version is copied as by
+ * vu_copy_in(), and then the old one is removed as by vu_remove(). Documents of VU_AREA_DOCS are
+ * spread over folders by name: a new name nearly always means another folder.
  *
  * Another program may store the version `from` during the call. Before the copy, the call renames
  * the new version. After it, a version with another file than the copied one stays, and the call
@@ -418,9 +418,10 @@ VU_C_API vu_status vu_remove(vu_store* store, const vu_document* document);
  * @param flags VU_REPLACE; without it VU_ALREADY if a version `to` exists.
  * @return VU_NOTHING_MATCHED: there is no version `from`. VU_PARTLY_DONE: the version has its new
  *   name, but the old version or something derived from the replaced one stays. VU_ALREADY: both
- *   versions are unchanged. VU_FAILED: the version has its old name. Exception: if the system does
- *   not tell whether the index was saved, it is complete under one of the two names, or both.
- *   Waits as vu_put() and vu_remove().
+ *   versions are unchanged. VU_REFUSED: also if another file hides the version, see vu_remove().
+ *   VU_FAILED: the version has its old name. Exception: if the system does not tell whether the
+ *   index was saved, it is complete under one of the two names, or both. Waits as vu_put() and
+ *   vu_remove().
  */
 VU_C_API vu_status vu_rename(vu_store* store, const vu_document* from, const vu_document* to,
                              uint32_t flags);

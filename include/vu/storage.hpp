@@ -483,7 +483,7 @@ class store {
 
   /// Calls @p visit(const entry&) for each document of an owner until it returns false. It runs
   /// without a lock and may call the library; its exceptions reach the caller. @return whether all
-  /// were visited.
+  /// were visited. @throws error VU_PARTLY_DONE after the last one, if a folder cannot be listed.
   template <class Visit>
   bool each_document(area of, const std::string& owner, Visit visit, bool with_info = false) const {
     detail::callback<Visit> back{visit, nullptr};

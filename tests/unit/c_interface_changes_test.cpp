@@ -564,6 +564,7 @@ TEST_F(CInterfaceChanges, AStoredCategoryFileKeepsItsOwnLines) {
 
 TEST_F(CInterfaceChanges, ARenamedVersionIsServedAlsoWhereAFileBearsItsName) {
   write_file(m_folder + "\\b.txt", "BBB");
+  ASSERT_EQ(put(document("list.ctg"), "a.txt=1\n", 0), VU_DONE);
   vu_document to = document("b.txt");
   to.version = 5;
   EXPECT_EQ(rename(m_document, to), VU_ALREADY);
@@ -571,6 +572,16 @@ TEST_F(CInterfaceChanges, ARenamedVersionIsServedAlsoWhereAFileBearsItsName) {
   EXPECT_EQ(rename(m_document, to, VU_REPLACE), VU_DONE);
   EXPECT_EQ(content(to), "old");
   EXPECT_FALSE(is_there(m_document));
+  EXPECT_EQ(content(document("list.ctg")), "a.txt=1\n");
+}
+
+TEST_F(CInterfaceChanges, AHiddenVersionIsNotRenamed) {
+  write_file(m_folder + "\\a.txt", "another");
+  EXPECT_EQ(rename(m_document, m_next), VU_REFUSED);
+  EXPECT_EQ(rename(m_document, m_far), VU_REFUSED);
+  EXPECT_FALSE(is_there(m_next));
+  vu_file::remove(m_folder + "\\a.txt");
+  EXPECT_EQ(content(m_document), "old");
 }
 
 TEST_F(CInterfaceChanges, AnAdoptedVersionGetsAnotherNumber) {

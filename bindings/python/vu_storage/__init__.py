@@ -499,8 +499,9 @@ class Store:
     # ---- lists ---------------------------------------------------------------------------------
 
     def documents(self, area: str, owner: str, *, with_info: bool = False) -> Iterator[Entry]:
-        """The documents of an owner: folder by folder, within a folder by name and version. The
-        list is read by this call: later changes are not seen."""
+        """The documents of an owner: folder by folder, within a folder in the order of the keys
+        (name, underscore, version). The list is read by this call: later changes are not seen.
+        Raises an error with VU_PARTLY_DONE if a folder cannot be listed."""
         collected = _Collected()
         status = _c.library.vu_each_document(
             self._handle, _area(area), _raw(owner), with_info * _WITH_INFO,
