@@ -74,7 +74,8 @@ std::string STGIndex::_create(const std::string& logical, long timestamp) {
     vu_file file(m_folder, name);
     file.open(o_append);
     file.close();
-    m_state->file_is_made(key, {name, {}, {}});
+    // If the system could not tell, the file may have been there, and another entry's.
+    if (presence == Presence::kMissing) m_state->file_is_made(key, {name, {}, {}});
   }
   VU_TRACE_M(" STGIndex (create): Set need update flag to true: index.dat will be updated");
   VU_TRACE_M("           folder : ", m_folder);

@@ -79,6 +79,7 @@ bool is_possible_extension(const std::string& folder, const std::string& extensi
 struct Renamed {
   std::string from;
   std::string new_key;
+  std::string new_stored;  ///< the physical name of the new entry
 };
 
 /// Renames the entries with escaped names.
@@ -116,8 +117,9 @@ bool convert(const IndexState& index, Rename rename, std::vector<Renamed>& renam
     }
     if (rename(name, unescaped)) {
       std::string new_key = index_format::key_of(unescaped, 0);
-      if (!index.find(new_key)) new_key.clear();
-      renamed.push_back({name, std::move(new_key)});
+      const std::string new_stored(index.find(new_key).value_or(""));
+      if (new_stored.empty()) new_key.clear();
+      renamed.push_back({name, std::move(new_key), new_stored});
     } else {
       is_complete = false;
     }
@@ -178,11 +180,14 @@ void STGIndex::migrateInboxRead(const std::string& user) {
     // The list names the entries of the index, so it is written only after the index.
     const bool is_changed = index.m_needUpdate;
     if (is_changed) steps.run([&] { save(index); });
+    // Required, also after a failed save: another program may have the list open and wait for the
+    // index.
+    steps.run([&] { index.close(); });
     if (!is_changed || index.m_state->is_saved()) {
       steps.run([&] {
         for (const Renamed& each : renamed) {
           // The save may have undone a rename.
-          if (each.new_key.empty() || index.m_state->find(each.new_key))
+          if (each.new_key.empty() || index.m_state->find(each.new_key) == each.new_stored)
             read_list.unescape_line_of(each.from);
         }
         read_list.save();

@@ -163,6 +163,7 @@ void in_a_file(const std::string& text) {
       list.unescape_line_of(name);
       line = model::mail_line_unescaped(line);
     }
+    list.save();
   }
   std::string saved;
   for (const auto& [name, line] : expected) saved += line + "\n";

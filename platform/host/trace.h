@@ -132,11 +132,15 @@ template <class Kind, class... Pieces>
 void emit(const vu_host::trace_site& site, Kind kind, const Pieces&... pieces) noexcept {
   try {
     std::string text;
-    (append(text, pieces), ...);
+    try {
+      (append(text, pieces), ...);
+    } catch (...) {
+      // There is no memory for the text. A call that counts its failures must not miss this one.
+      return deliver_beginning(kind, beginning_of(pieces...));
+    }
     deliver(site, kind, text);
   } catch (...) {
-    // There is no memory for the text. A call that counts its failures must not miss this one.
-    deliver_beginning(kind, beginning_of(pieces...));
+    // A sink that throws loses its record.
   }
 }
 

@@ -431,7 +431,7 @@ Status list(Path folder, Listing& entries) {
     const std::size_t before = entries.size();
     typename Records<Character>::Find found{};
     const Search search = start_search(pattern.c_str(), found);
-    if (!search) return fail(GetLastError());
+    if (!search) return no_answer(GetLastError());
     do {
       const std::string name = Records<Character>::name(found);
       if (name != "." && name != "..") entries.append(name, kind_of(found.dwFileAttributes));
