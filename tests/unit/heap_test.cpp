@@ -55,7 +55,8 @@ void* operator new(std::size_t size) {
   taken(memory);
   return memory;
 }
-// std::stable_sort uses this form. That of AddressSanitizer does not call the operator above.
+// AddressSanitizer has its own version of each form, so each form that is used is replaced. Example:
+// std::stable_sort uses this one.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   try {
     return operator new(size);
@@ -63,11 +64,14 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     return nullptr;
   }
 }
+void* operator new[](std::size_t size) { return operator new(size); }
 void operator delete(void* memory) noexcept {
   given_back(memory);
   std::free(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept { operator delete(memory); }
+void operator delete[](void* memory) noexcept { operator delete(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { operator delete(memory); }
 
 namespace {
 
