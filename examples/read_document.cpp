@@ -12,7 +12,9 @@ namespace {
 int read_document(const std::string& owner, const std::string& name, long version) {
   // This check creates no folder and no entry.
   if (!vu_storage().IsFileExist(owner, name, STG::CorporateRepository, version, nullptr, nullptr)) {
-    std::cerr << owner << " has no " << name << " of " << version << "\n";
+    std::cerr << owner << " has no " << name;
+    if (version > 0) std::cerr << " of " << version;
+    std::cerr << "\n";
     return 3;
   }
   vu_storage storage;

@@ -24,7 +24,8 @@ VU_STORAGE_TYPES_BEGIN
 /// disk when the operation returns. No index, open file or lock outlives an operation.
 ///
 /// Arguments: `folder` is a path without a trailing separator, `logical` a logical name with its
-/// extension. `ts` is a timestamp: any number from 0 to 2147483647 that the caller chooses; greater
+/// extension. A physical name is that of a file in the folder, with its extension: "00000001.kdc".
+/// `ts` is a timestamp: any number from 0 to 2147483647 that the caller chooses; greater
 /// ones are clamped, and negative ones are not supported. The library appends names to paths
 /// unchecked. The caller has to refuse separators, "..", wildcards, line feeds, NULs and the names
 /// of the index's own files.

@@ -196,8 +196,8 @@ class VU_STORAGE_API vu_storage {
   void Close(vu_file& file);
   /// Checks whether a version exists. No exception leaves it.
   /// @param userOrDomain,entry,type,timestamp the document (see the class).
-  /// @param folderOut, physicalOut receive the folder and the physical name if the version exists;
-  /// either may be null.
+  /// @param folderOut, physicalOut receive the folder and the physical name ("00000001.kdc") if the
+  /// version exists; either may be null.
   /// @return whether it exists; false also for an empty owner.
   /// @blocking{for writers of the index}
   bool IsFileExist(const std::string& userOrDomain, const std::string& entry,
@@ -454,7 +454,7 @@ class VU_STORAGE_API vu_storage {
   /// @param physicalNames as there.
   /// @param wanted the names to keep; null keeps every document.
   /// @return the logical names, in the same order.
-  /// @throws vu_file_except, untraced, if @p folder is not a folder; nothing else.
+  /// @throws vu_file_except if @p folder is not a folder; nothing else.
   /// @blocking{for writers of the index}
   static std::vector<std::string> getFileListFromIndexFile(const std::string& folder,
                                                            std::vector<std::string>& physicalNames,

@@ -193,7 +193,7 @@ enum {
  *  names two exceptions. */
 #define VU_NO_WAIT ((int64_t)-1)
 
-/** How to open a store. All fields except `struct_size` and `root` may be zero. */
+/** How to open a store. All fields except `struct_size` may be zero. */
 typedef struct vu_settings {
   size_t struct_size; /**< set by the caller */
   const char* root;   /**< the parent of the folder "storage"; null: the storage that is open */
@@ -221,7 +221,7 @@ typedef struct vu_settings {
  * Where owners share folders the owner may be null. Without the guard an empty owner (where owners
  * have folders), an empty document name or one with a line feed yields VU_USAGE.
  *
- * @param settings null yields VU_USAGE.
+ * @param settings null yields VU_USAGE. With a null root the flag VU_SHARED_FOLDERS is ignored.
  * @param store receives the handle with VU_DONE and VU_ALREADY, otherwise null. The caller closes
  *   it with vu_close_store().
  * @return VU_DONE: this call initialised the storage. VU_ALREADY: the storage was open with this
@@ -415,7 +415,8 @@ VU_C_API vu_status vu_remove(vu_store* store, const vu_document* document);
  * the new version. After it, a version with another file than the copied one stays, and the call
  * returns VU_DONE. Bytes that another program writes in place into the copied file are lost.
  *
- * @param flags VU_REPLACE; without it VU_ALREADY if a version `to` exists.
+ * @param flags VU_REPLACE; without it VU_ALREADY if a version `to` exists. If `from` and `to` are
+ *   the same version, nothing changes and the call returns VU_DONE.
  * @return VU_NOTHING_MATCHED: there is no version `from`. VU_PARTLY_DONE: the version has its new
  *   name, but the old version or something derived from the replaced one stays. VU_ALREADY: both
  *   versions are unchanged. VU_REFUSED: also if another file hides the version, see vu_remove().
@@ -515,7 +516,8 @@ VU_C_API vu_status vu_stream_write(vu_stream* stream, const void* bytes, size_t 
 enum { VU_FROM_START = 0, VU_FROM_POSITION = 1, VU_FROM_END = 2 };
 
 /**
- * Moves the position. A position before the start of the file is not reported.
+ * Moves the position. A position before the start of the file is not reported; the position then
+ * stays as it was.
  * @param distance in bytes, from -2147483648 to 2147483647.
  * @param origin VU_FROM_START, VU_FROM_POSITION or VU_FROM_END.
  * @return VU_USAGE: the distance or the origin is out of range.
@@ -617,6 +619,7 @@ VU_C_API vu_status vu_key_each(vu_store* store, const vu_document* document, vu_
  *
  * @param owner null for the master profile.
  * @param file null means "profile.txt", or "master.txt" if the master profile has no "profile.txt".
+ *   A change then goes to "master.txt", too; a "profile.txt" that appears later hides it.
  */
 VU_C_API vu_status vu_profile_get(vu_store* store, const char* owner, const char* file,
                                   const char* line, char* buffer, size_t room, size_t* size);

@@ -9,7 +9,8 @@
 ///
 /// Failures are exceptions of type vu::error. Two cases are results instead. For a missing document
 /// the result is an empty std::optional, false or a closed file. For an existing one that must not
-/// be replaced it is false, stored::not_stored or a closed file.
+/// be replaced it is false, stored::not_stored or a closed file. VU_PARTLY_DONE is an exception as
+/// well, although the main change of the call is made: see code().
 ///
 /// Any number of threads may use one store; only one at a time may use a file. Each member behaves
 /// as the C function that it calls: for locks, waits and crash safety see vu/storage.h.
@@ -151,7 +152,7 @@ inline vu_document document_of(const key& of) {
 /// Size and times of a version.
 struct info {
   std::int64_t version = 0;  ///< the version
-  std::int64_t size = -1;    ///< in bytes
+  std::int64_t size = -1;    ///< in bytes; -1, as both times, if the system does not tell it
   time_point modified;       ///< the last change of its bytes
   time_point accessed;       ///< the last access that the system recorded
 
@@ -204,7 +205,8 @@ constexpr options operator|(options a, options b) {
 }
 
 /// An open file of the storage; it holds the lock of the file. The destructor closes it and ignores
-/// errors: call close() to learn whether everything is on the device.
+/// errors: call close() to learn whether everything is on the device. Every other member throws
+/// VU_BAD_HANDLE if the file is closed, also after a move.
 class file {
  public:
   /// A closed file.
@@ -328,7 +330,8 @@ std::int32_t visit_entry(void* context, const vu_entry* told) {
 
 }  // namespace detail
 
-/// A handle of the process's storage. The destructor closes the handle, not the storage.
+/// A handle of the process's storage. The destructor closes the handle, not the storage. After a
+/// move every member of the other object throws VU_BAD_HANDLE.
 class store {
  public:
   /// Whether the constructor initialised the storage or joined it.
@@ -585,6 +588,7 @@ class store {
   // ---- owners and upkeep -----------------------------------------------------------------------
 
   /// @return false if a folder with the new name exists.
+  /// @throws error VU_NOTHING_MATCHED if the owner @p from has no folder.
   bool rename_owner(const std::string& from, const std::string& to) {
     return check_unless(vu_rename_owner(m_store, from.c_str(), to.c_str()), VU_ALREADY);
   }
@@ -605,7 +609,8 @@ class store {
     return all;
   }
   /// Removes the versions that are older than a limit, and sweeps: see vu_clean(). Without an owner
-  /// it cleans every owner. @return the number of versions removed.
+  /// it cleans every owner. @return the number of versions removed. An exception does not tell it;
+  /// vu_clean() does.
   std::int64_t clean(area of, const std::optional<std::string>& owner,
                      std::chrono::seconds older_than, cleaning how = cleaning::by_change) {
     std::int64_t count = 0;

@@ -1,4 +1,5 @@
-// Every combination of two operations in every order of their system calls; see lab/interleavings.
+// Every combination of two or three operations in every order of their system calls that needs few
+// preemptions; see lab/interleavings.
 
 #include <algorithm>
 #include <cstdio>

@@ -55,8 +55,8 @@ void* operator new(std::size_t size) {
   taken(memory);
   return memory;
 }
-// AddressSanitizer has its own version of each form, so each form that is used is replaced. Example:
-// std::stable_sort uses this one.
+// AddressSanitizer has its own version of each form, so each form that is used is replaced.
+// Example: std::stable_sort uses this one.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   try {
     return operator new(size);

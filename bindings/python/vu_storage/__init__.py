@@ -47,7 +47,9 @@ PathLike = Union[str, "os.PathLike[str]"]
 
 class StorageError(Exception):
     """A failed call. Attributes: status (a number), name (of the status), operation (the call),
-    text (what happened), path (or None), system_code (0 without a failure of the system)."""
+    text (what happened), path (or None), system_code (0 without a failure of the system).
+
+    The status VU_PARTLY_DONE is an error as well, although the main change of the call is made."""
 
     def __init__(self, status: int, operation: str, text: str, path: str, system_code: int,
                  system_text: str) -> None:
@@ -606,7 +608,7 @@ class Store:
     def clean(self, area: str, owner: Optional[str], older_than: timedelta, *,
               by_access: bool = False, everything: bool = False) -> int:
         """Removes the versions not changed for longer than older_than, sweeps the folders, and
-        returns the number of versions removed.
+        returns the number of versions removed. A StorageError does not tell it: some may be gone.
 
         owner: None for every owner.
         by_access: age is the time since the last access, not since the last change.
@@ -659,7 +661,8 @@ def set_trace(tell: Optional[Callable[[Trace], None]], level: int = 4) -> None:
 
     level: the most detailed level to send, -1 (only events) to 4.
 
-    Any thread may call the function, several at once. It must not call the library. Call set_trace
+    Any thread may call the function, several at once. It must not call the library. An exception
+    that leaves it is written to the standard error output and otherwise dropped. Call set_trace
     while no other thread is inside the library.
     """
     global _sink
