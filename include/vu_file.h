@@ -37,8 +37,8 @@ VU_STORAGE_TYPES_BEGIN
 /// Blocking: each member says for whose locks it waits, without limit, in this process and in
 /// others. Readers of a file are the handles that have it open with o_read; writers are those of
 /// the other modes. "No" means: for no lock. The system can still need time (a slow disk, a
-/// network, a pipe without its other end). A handle without a lock of its own does not wait: it
-/// fails at once on what other handles have locked.
+/// network). A pipe or a device is not a file: an open refuses it and does not wait. A handle
+/// without a lock of its own does not wait: it fails at once on what other handles have locked.
 ///
 /// Threads: "any" means several at once, if none of them changes an argument meanwhile. An open
 /// handle and its copies count as one handle. Two handles on one file exclude each other by their

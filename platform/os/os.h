@@ -257,8 +257,9 @@ namespace sys {
 
 // ---- files -----------------------------------------------------------------------------------
 
-/// Opens or creates a file, shared with readers, writers and removers. No user can open a folder,
-/// or a read-only file for writing. @p handle is kNoHandle on failure.
+/// Opens or creates a file, shared with readers, writers and removers. No user can open a folder, a
+/// pipe or a device, or a read-only file for writing. It does not wait for the other end of a pipe.
+/// @p handle is kNoHandle on failure.
 Status open(Path path, Access access, Handle& handle);
 /// Closes the handle and releases its lock. Do not repeat it after a failure: see Handle.
 Status close(Handle handle);

@@ -182,6 +182,29 @@ Status reserve_space(int descriptor, ::off_t size) {
   return is_full ? fail(errno) : Status();
 }
 
+// ---- opening files -----------------------------------------------------------------------------
+
+/// Only a plain file can be a document, an index or a counter.
+Status check_regular(const FileInfo& info) {
+  if (is_folder(info)) return fail(EISDIR);
+  return S_ISREG(info.st_mode) ? Status() : fail(EINVAL);
+}
+
+/// Opens a file; the caller then refuses what is not a plain one. The open of a pipe does not wait
+/// for its other end: in the place of an index, it would stop every program of the storage.
+Descriptor open_file(const char* path, int flags) {
+  const auto open = [&](int more) {
+    return ::open(path, flags | more | O_CLOEXEC | O_NOCTTY, 0666);
+  };
+  Descriptor opened(open(O_NONBLOCK));
+  if (opened.valid() || errno != EWOULDBLOCK) return opened;
+  // Another program has a lease on the file (F_SETLEASE), and must release it now. Wait for that.
+  const std::optional<FileInfo> info = info_of(path);
+  if (info && S_ISREG(info->st_mode)) return Descriptor(uninterrupted([&] { return open(0); }));
+  errno = EWOULDBLOCK;
+  return opened;
+}
+
 // ---- renaming without replacing ----------------------------------------------------------------
 
 /// Renames onto a stand-in: a file or folder that was created to take the new name.
@@ -216,12 +239,6 @@ Status rename_in_two_steps(const char* from, const char* to, const FileInfo& sou
 }
 
 // ---- copying -----------------------------------------------------------------------------------
-
-/// Only a plain file can be a document. A pipe would even wait for its other end.
-Status check_regular(const FileInfo& info) {
-  if (is_folder(info)) return fail(EISDIR);
-  return S_ISREG(info.st_mode) ? Status() : fail(EINVAL);
-}
 
 /// A file of a copy and its lock. The system describes the file after the lock request, so that
 /// info() includes what another process changed before. Example: a writer closes the source
@@ -271,23 +288,9 @@ class FileCopy {
   }
 
  private:
-  /// Does not wait for the other end of a pipe.
-  static Descriptor open_file(const NativePath& path, int flags) {
-    const auto open = [&](int more) {
-      return ::open(path.c_str(), flags | more | O_CLOEXEC | O_NOCTTY, 0666);
-    };
-    Descriptor opened(open(O_NONBLOCK));
-    if (opened.valid() || errno != EWOULDBLOCK) return opened;
-    // Another program has a lease on the file (F_SETLEASE), and must release it now. Wait for that,
-    // like os::open().
-    const std::optional<FileInfo> info = info_of(path.c_str());
-    if (info && S_ISREG(info->st_mode)) return Descriptor(uninterrupted([&] { return open(0); }));
-    errno = EWOULDBLOCK;
-    return opened;
-  }
-
   Status open_source() {
-    if (const Status locked = m_source.lock(open_file(m_from, O_RDONLY), F_RDLCK); !locked.ok())
+    if (const Status locked = m_source.lock(open_file(m_from.c_str(), O_RDONLY), F_RDLCK);
+        !locked.ok())
       return locked;
     const Status regular = check_regular(m_source.info());
     return regular.ok() ? m_source.refusal() : regular;
@@ -297,7 +300,7 @@ class FileCopy {
   Status open_target(IfExists if_exists) {
     Descriptor opened;
     const auto open = [&](int flags) {
-      opened = open_file(m_to, O_WRONLY | flags);
+      opened = open_file(m_to.c_str(), O_WRONLY | flags);
       return opened.valid();
     };
     const bool replaces = if_exists == IfExists::kReplace;
@@ -444,9 +447,9 @@ Status open(Path path, Access access, Handle& handle) {
   const bool writing = access != Access::kReadExisting;
   const bool creates = writing && access != Access::kReadWriteExisting;
   const int rights = (writing ? O_RDWR : O_RDONLY) | (creates ? O_CREAT : 0);
-  const int flags = O_CLOEXEC | O_NOCTTY | rights | (access == Access::kCreateNew ? O_EXCL : 0);
   const NativePath name = native(path);
-  Descriptor descriptor(::open(name.c_str(), flags, 0666));
+  Descriptor descriptor =
+      open_file(name.c_str(), rights | (access == Access::kCreateNew ? O_EXCL : 0));
   if (!descriptor.valid()) return fail(errno);
   const auto fail_opened = [&](int code) {
     if (access == Access::kCreateNew) ::unlink(name.c_str());
@@ -454,7 +457,7 @@ Status open(Path path, Access access, Handle& handle) {
   };
   FileInfo info{};
   if (::fstat(descriptor.get(), &info) != 0) return fail_opened(errno);
-  if (is_folder(info)) return fail(EISDIR);
+  if (const Status regular = check_regular(info); !regular.ok()) return regular;
   if (writing && is_read_only(info)) return fail_opened(EACCES);
   const std::optional<Handle> added = handles().add(descriptor.get());
   if (!added) return fail_opened(EMFILE);
@@ -692,9 +695,8 @@ Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time, Flushed fl
 }
 
 Status flush_file(Path path) {
-  const Descriptor descriptor(::open(native(path).c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-  if (!descriptor.valid()) return fail(errno);
-  return result_of(::fsync(descriptor.get()));
+  const Descriptor descriptor = open_file(native(path).c_str(), O_RDONLY);
+  return descriptor.valid() ? result_of(::fsync(descriptor.get())) : fail(errno);
 }
 
 // ---- names -------------------------------------------------------------------------------------

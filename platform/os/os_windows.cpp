@@ -277,6 +277,12 @@ Status stat_trimmed(const wchar_t* path, FileStat& result, Links links) {
   return {};
 }
 
+/// Whether a handle is that of a device, such as NUL or CON, or of a pipe.
+bool is_device(HANDLE handle) {
+  const DWORD type = GetFileType(handle);
+  return type == FILE_TYPE_CHAR || type == FILE_TYPE_PIPE;
+}
+
 HANDLE system_handle(Handle handle) {
   return reinterpret_cast<HANDLE>(static_cast<INT_PTR>(handle));
 }
@@ -324,8 +330,13 @@ Status open(Path path, Access access, Handle& handle) {
   const DWORD disposition = !creates                       ? OPEN_EXISTING
                             : access == Access::kCreateNew ? CREATE_NEW
                                                            : OPEN_ALWAYS;
-  const HANDLE opened =
+  HANDLE opened =
       with_text(path, [&](const auto* text) { return create_file(text, rights, disposition); });
+  // A read from a console or a pipe would wait. Like a folder, neither is a file.
+  if (opened != INVALID_HANDLE_VALUE && is_device(opened)) {
+    CloseHandle(std::exchange(opened, INVALID_HANDLE_VALUE));
+    SetLastError(ERROR_ACCESS_DENIED);
+  }
   // Only the lower half distinguishes handles. The upper half is sign extension, also in
   // INVALID_HANDLE_VALUE.
   handle = static_cast<Handle>(reinterpret_cast<INT_PTR>(opened));

@@ -1,4 +1,7 @@
 #include <gtest/gtest.h>
+#if defined(__linux__)
+#include <sys/stat.h>
+#endif
 
 #include <cstdint>
 #include <string>
@@ -245,6 +248,16 @@ TEST_F(IndexExists, WarnsWhenAFolderTakesTheIndexsName) {
   EXPECT_EQ(index_traces(sink),
             (Texts{"Warning: " + cannot_open("a.kdb", "throw exception on open")}));
 }
+
+#if defined(__linux__)
+TEST_F(IndexExists, WarnsWhenAPipeTakesTheIndexsNameAndWaitsForNoWriter) {
+  ASSERT_EQ(::mkfifo(native(folder.path("index.dat")).c_str(), 0666), 0);
+  recording_sink sink;
+  EXPECT_FALSE(exists("a.kdb", 5));
+  EXPECT_EQ(index_traces(sink),
+            (Texts{"Warning: " + cannot_open("a.kdb", "throw exception on open")}));
+}
+#endif
 
 TEST_F(IndexExists, TracesTheTextOfTheExceptionThatTheOpeningRaised) {
   folder.set_index(" ");

@@ -108,6 +108,16 @@ TEST(OsOpen, AFolderIsNotAFile) {
   }
 }
 
+#if defined(_WIN32)
+/// The system takes such a name for the device in every folder. OsLinuxHandles has the counterpart.
+TEST(OsOpen, ADeviceIsNotAFile) {
+  const scratch_folder scratch;
+  for (const Access access :
+       {Access::kReadExisting, Access::kReadWriteExisting, Access::kReadWriteCreate})
+    EXPECT_TRUE(fails(open_and_close(scratch.path("NUL"), access), Failure::kOther, {0, 5}));
+}
+#endif
+
 TEST(OsOpen, AReadOnlyFileOpensForReadingAlone) {
   const scratch_folder scratch;
   const std::string path = scratch.path("file");

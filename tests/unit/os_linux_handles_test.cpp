@@ -19,9 +19,11 @@
 #include <string>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/os/os.h"
+#include "platform/os/posix_calls.h"
 #include "platform/os/posix_handles.h"
 #include "tests/support/scratch.h"
 #include "tests/unit/os_linux_kit.h"
@@ -161,6 +163,31 @@ TEST(OsLinuxHandles, DescriptorsOfClosedStandardStreamsAreNotUsed) {
   }));
   EXPECT_EQ(read_file(scratch.path("file")), "whole");
   EXPECT_EQ(read_file(scratch.path("to")), "text");
+}
+
+/// Everything but a plain file or a folder that can have a name.
+TEST(OsLinuxHandles, AnOpenRefusesAPipeSocketOrDeviceAndWaitsForNone) {
+  const scratch_folder scratch;
+  ASSERT_EQ(::mkfifo(path_text(scratch.path("pipe")).c_str(), 0666), 0);
+  ASSERT_EQ(::mknod(path_text(scratch.path("socket")).c_str(), S_IFSOCK | 0666, 0), 0);
+  const std::pair<std::string, int> rows[] = {
+      {scratch.path("pipe"), EINVAL}, {scratch.path("socket"), ENXIO}, {"/dev/full", EINVAL}};
+  EXPECT_SILENT_CHILD(in_child_without({}, [&] {
+    ::alarm(10);  // ends a child that waits
+    std::string all;
+    for (const auto& [path, code] : rows) {
+      for (const Access access :
+           {Access::kReadExisting, Access::kReadWriteExisting, Access::kReadWriteCreate}) {
+        os::Handle handle = 12345;
+        all += complaint("open", os::open(path, access, handle), Failure::kOther, code);
+        if (handle != os::kNoHandle) all += " a handle of " + path;
+      }
+      // A device has no buffers to flush, and neither has a pipe.
+      if (os::flush_file(path).ok()) all += " flushes " + path;
+    }
+    return all;
+  }));
+  EXPECT_TRUE(descriptors_of(scratch.path("pipe")).empty());
 }
 
 TEST(OsLinuxHandles, AFailedOpenLeavesNoDescriptorBehind) {
@@ -335,40 +362,41 @@ TEST(OsLinuxLocks, AWaitingRequestGoesOnAfterASignal) {
   ::sigaction(SIGUSR1, &before, nullptr);
 }
 
-// A pipe returns the available bytes; only the end of a file is the end.
+// A pipe returns the available bytes; only the end of a file is the end. The seam opens no pipe, so
+// this is the transfer below it.
 TEST(OsLinuxTransfers, ReadingGoesOnAfterShortTransfersAndSignals) {
-  const scratch_folder scratch;
-  const std::string path = scratch.path("pipe");
-  ASSERT_EQ(::mkfifo(path_text(path).c_str(), 0666), 0);
   struct ::sigaction quiet = {};
   struct ::sigaction before = {};
   quiet.sa_handler = [](int) {};
   ASSERT_EQ(::sigaction(SIGUSR1, &quiet, &before), 0);
-  OpenFile both(path, Access::kReadWriteCreate);
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
   const ::pthread_t reader = ::pthread_self();
   std::thread writer([&] {
     for (const std::string piece : {"one ", "two ", "three"}) {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
       ::pthread_kill(reader, SIGUSR1);
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
-      // Not through the seam, where the reader's guard would block the writer.
-      const int end = ::open(path_text(path).c_str(), O_WRONLY | O_CLOEXEC);
-      EXPECT_EQ(::write(end, piece.data(), piece.size()), static_cast<::ssize_t>(piece.size()));
-      ::close(end);
+      EXPECT_EQ(::write(ends[1], piece.data(), piece.size()), static_cast<::ssize_t>(piece.size()));
     }
   });
-  EXPECT_EQ(both.read(13), "one two three");
+  std::string text(13, '\0');
+  std::size_t done = 0;
+  EXPECT_TRUE(succeeds(os::posix::read_fully(ends[0], text.data(), text.size(), done)));
+  EXPECT_EQ(text.substr(0, done), "one two three");
   writer.join();
+  for (const int end : ends) ::close(end);
   ::sigaction(SIGUSR1, &before, nullptr);
 }
 
 TEST(OsLinuxTransfers, AFullDiskIsAnError) {
-  os::Handle handle = os::kNoHandle;
-  ASSERT_TRUE(succeeds(os::open(std::string("/dev/full"), Access::kReadWriteCreate, handle)));
-  std::size_t done = 77;
-  EXPECT_TRUE(fails(os::write(handle, "text", 4, done), Failure::kOther, {ENOSPC, 112}));
-  EXPECT_EQ(done, 0U);
-  EXPECT_TRUE(succeeds(os::close(handle)));
+  const scratch_folder scratch;
+  OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
+  EXPECT_SILENT_CHILD(in_child_without({{SYS_write, ENOSPC}}, [&] {
+    std::size_t done = 77;
+    const os::Status status = os::write(file.get(), "text", 4, done);
+    return complaint("write", status, Failure::kOther, ENOSPC) + (done == 0 ? "" : " some bytes");
+  }));
 }
 
 TEST(OsLinuxTransfers, CloseIsNotRepeated) {
