@@ -190,20 +190,61 @@ Status check_regular(const FileInfo& info) {
   return S_ISREG(info.st_mode) ? Status() : fail(EINVAL);
 }
 
-/// Opens a file; the caller then refuses what is not a plain one. The open of a pipe does not wait
-/// for its other end: in the place of an index, it would stop every program of the storage.
-Descriptor open_file(const char* path, int flags) {
+/// One try to open a file. The open of a pipe does not wait for its other end: in the place of an
+/// index, it would stop every program of the storage.
+Descriptor open_once(const char* path, int flags, ::mode_t mode = 0666) {
   const auto open = [&](int more) {
-    return ::open(path, flags | more | O_CLOEXEC | O_NOCTTY, 0666);
+    return ::open(path, flags | more | O_CLOEXEC | O_NOCTTY, mode);
   };
-  Descriptor opened(open(O_NONBLOCK));
-  if (opened.valid() || errno != EWOULDBLOCK) return opened;
+  const int number = open(O_NONBLOCK);
+  if (number >= 0) {
+    Descriptor opened(number);
+    // The number was that of a standard stream, and all others are in use. A new file goes again.
+    const ErrnoKeeper keeper;
+    if (!opened.valid() && (flags & O_EXCL) != 0) ::unlink(path);
+    return opened;
+  }
+  if (errno != EWOULDBLOCK) return Descriptor();
   // Another program has a lease on the file (F_SETLEASE), and must release it now. Wait for that.
   const std::optional<FileInfo> info = info_of(path);
   if (info && S_ISREG(info->st_mode)) return Descriptor(uninterrupted([&] { return open(0); }));
   errno = EWOULDBLOCK;
-  return opened;
+  return Descriptor();
 }
+
+/// Opens a file, with the meaning of the flags O_CREAT and O_EXCL; the caller then refuses what is
+/// not a plain file. @p is_new says whether this call has created the file.
+Descriptor open_file(const char* path, int flags, bool& is_new) {
+  is_new = false;
+  const bool must_be_new = (flags & O_EXCL) != 0;
+  if (!must_be_new) {
+    Descriptor opened = open_once(path, flags & ~O_CREAT);
+    if (opened.valid() || (flags & O_CREAT) == 0 || errno != ENOENT) return opened;
+  }
+  Descriptor opened = open_once(path, flags | O_EXCL);
+  is_new = opened.valid();
+  if (is_new || must_be_new || errno != EEXIST) return opened;
+  // Another process has just created it, or it is a link whose target is missing.
+  return open_once(path, flags);
+}
+
+/// Removes a new file again, unless it is kept.
+class NewFile {
+ public:
+  /// @param path null if the file is not new.
+  explicit NewFile(const char* path) : m_path(path) {}
+  ~NewFile() {
+    const ErrnoKeeper keeper;
+    if (m_path != nullptr) ::unlink(m_path);
+  }
+  NewFile(const NewFile&) = delete;
+  NewFile& operator=(const NewFile&) = delete;
+
+  void keep() { m_path = nullptr; }
+
+ private:
+  const char* m_path;
+};
 
 // ---- renaming without replacing ----------------------------------------------------------------
 
@@ -226,7 +267,7 @@ Status rename_by_link(const char* from, const char* to) {
   }
   // Links may not exist, or may be refused for a file of another owner.
   if (errno != EPERM && errno != EOPNOTSUPP && errno != ENOSYS) return fail(errno);
-  const Descriptor stand_in(::open(to, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR));
+  const Descriptor stand_in = open_once(to, O_WRONLY | O_CREAT | O_EXCL, S_IRUSR);
   return stand_in.valid() ? rename_onto_stand_in(from, to) : fail(errno);
 }
 
@@ -289,30 +330,23 @@ class FileCopy {
 
  private:
   Status open_source() {
-    if (const Status locked = m_source.lock(open_file(m_from.c_str(), O_RDONLY), F_RDLCK);
-        !locked.ok())
-      return locked;
+    const Status locked = m_source.lock(open_once(m_from.c_str(), O_RDONLY), F_RDLCK);
+    if (!locked.ok()) return locked;
     const Status regular = check_regular(m_source.info());
     return regular.ok() ? m_source.refusal() : regular;
   }
 
   /// Cuts nothing yet: the target may be the source.
   Status open_target(IfExists if_exists) {
-    Descriptor opened;
-    const auto open = [&](int flags) {
-      opened = open_file(m_to.c_str(), O_WRONLY | flags);
-      return opened.valid();
-    };
     const bool replaces = if_exists == IfExists::kReplace;
-    m_existed = replaces && open(0);
-    if (!m_existed && (!replaces || errno == ENOENT) && !open(O_CREAT | O_EXCL)) {
-      // Another process has just created it, or it is a link whose target is missing.
-      m_existed = errno == EEXIST && replaces && open(O_CREAT);
-    }
+    const int flags = O_WRONLY | O_CREAT | (replaces ? 0 : O_EXCL);
+    bool is_new = false;
+    Descriptor opened = open_file(m_to.c_str(), flags, is_new);
+    m_existed = !is_new;
     if (const Status locked = m_target.lock(std::move(opened), F_WRLCK); !locked.ok())
       return locked;
     const FileInfo& info = m_target.info();
-    if (!m_existed && info.st_size == 0) {
+    if (is_new && info.st_size == 0) {
       const Status refusal = m_target.refusal();
       m_is_incomplete = refusal.ok();
       return refusal;
@@ -447,21 +481,20 @@ Status open(Path path, Access access, Handle& handle) {
   const bool writing = access != Access::kReadExisting;
   const bool creates = writing && access != Access::kReadWriteExisting;
   const int rights = (writing ? O_RDWR : O_RDONLY) | (creates ? O_CREAT : 0);
+  const int flags = rights | (access == Access::kCreateNew ? O_EXCL : 0);
   const NativePath name = native(path);
-  Descriptor descriptor =
-      open_file(name.c_str(), rights | (access == Access::kCreateNew ? O_EXCL : 0));
+  bool is_new = false;
+  Descriptor descriptor = open_file(name.c_str(), flags, is_new);
   if (!descriptor.valid()) return fail(errno);
-  const auto fail_opened = [&](int code) {
-    if (access == Access::kCreateNew) ::unlink(name.c_str());
-    return fail(code);
-  };
+  NewFile created(is_new ? name.c_str() : nullptr);
   FileInfo info{};
-  if (::fstat(descriptor.get(), &info) != 0) return fail_opened(errno);
+  if (::fstat(descriptor.get(), &info) != 0) return fail(errno);
   if (const Status regular = check_regular(info); !regular.ok()) return regular;
-  if (writing && is_read_only(info)) return fail_opened(EACCES);
+  if (writing && is_read_only(info)) return fail(EACCES);
   const std::optional<Handle> added = handles().add(descriptor.get());
-  if (!added) return fail_opened(EMFILE);
+  if (!added) return fail(EMFILE);
   descriptor.release();
+  created.keep();
   handle = *added;
   return {};
 }
@@ -695,7 +728,7 @@ Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time, Flushed fl
 }
 
 Status flush_file(Path path) {
-  const Descriptor descriptor = open_file(native(path).c_str(), O_RDONLY);
+  const Descriptor descriptor = open_once(native(path).c_str(), O_RDONLY);
   return descriptor.valid() ? result_of(::fsync(descriptor.get())) : fail(errno);
 }
 

@@ -285,4 +285,30 @@ TEST(Heap, ThatRunsOutInACopyLeavesTheOldTargetOrTheWholeCopy) {
   EXPECT_GE(nth, 4) << "two paths and the buffer";
 }
 
+TEST(Heap, ThatRunsOutInAnOpenLeavesNoNewFile) {
+  // Longer than the room of a path that needs no heap. The table of handles grows with the number
+  // of open files.
+  constexpr int kFiles = 300;
+  const scratch_folder folder;
+  std::vector<std::unique_ptr<OpenFile>> open;
+  for (int i = 0; i < kFiles; ++i) {
+    const std::string path = folder.path(std::string(250, 'n') + std::to_string(i));
+    const os::Access access = i % 2 == 0 ? os::Access::kCreateNew : os::Access::kReadWriteCreate;
+    os::Handle handle = os::kNoHandle;
+    for (std::ptrdiff_t nth = 0; handle == os::kNoHandle; ++nth) {
+      EXPECT_FALSE(file_exists(path)) << i << ", allocation " << nth;
+      g_left = nth;
+      try {
+        static_cast<void>(os::open(path, access, handle));
+      } catch (const std::bad_alloc&) {
+        continue;
+      }
+      g_left = kAll;
+    }
+    g_left = kAll;
+    open.push_back(std::make_unique<OpenFile>(path, os::Access::kReadExisting));
+    EXPECT_TRUE(os::close(handle).ok());
+  }
+}
+
 }  // namespace

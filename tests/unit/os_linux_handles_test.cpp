@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -190,6 +191,36 @@ TEST(OsLinuxHandles, AnOpenRefusesAPipeSocketOrDeviceAndWaitsForNone) {
   EXPECT_TRUE(descriptors_of(scratch.path("pipe")).empty());
 }
 
+/// Standard input is closed, and no descriptor above the standard streams is free.
+TEST(OsLinuxHandles, ACallWithoutADescriptorLeavesNoNewFile) {
+  const scratch_folder scratch;
+  const std::string from = scratch.path("from");
+  write_file(from, "text");
+  write_file(scratch.path("old"), "old");
+  EXPECT_SILENT_CHILD(in_child_without({}, [&] {
+    const ::rlimit few = {64, 64};
+    if (::setrlimit(RLIMIT_NOFILE, &few) != 0) return std::string("setrlimit() failed");
+    int last = -1;
+    for (int next = ::dup(STDERR_FILENO); next != -1; next = ::dup(STDERR_FILENO)) last = next;
+    ::close(STDIN_FILENO);
+    std::string all;
+    for (const Access access : {Access::kCreateNew, Access::kReadWriteCreate}) {
+      os::Handle handle = os::kNoHandle;
+      all +=
+          complaint("open", os::open(scratch.path("new"), access, handle), Failure::kOther, EMFILE);
+    }
+    ::close(last);  // for the source of a copy
+    for (const auto& [name, if_exists] :
+         {std::pair("new", os::IfExists::kFail), std::pair("new", os::IfExists::kReplace),
+          std::pair("old", os::IfExists::kReplace)})
+      all +=
+          complaint("copy", os::copy(from, scratch.path(name), if_exists), Failure::kOther, EMFILE);
+    return all;
+  }));
+  EXPECT_FALSE(file_exists(scratch.path("new")));
+  EXPECT_EQ(read_file(scratch.path("old")), "old");
+}
+
 TEST(OsLinuxHandles, AFailedOpenLeavesNoDescriptorBehind) {
   const scratch_folder scratch;
   write_file(scratch.path("file"), "");
@@ -270,6 +301,18 @@ TEST(OsLinuxModes, FilesAndFoldersAreMadeForEverybodyLessTheMask) {
   ::umask(old_mask);
   EXPECT_EQ(mode_of(scratch.path("file")), ::mode_t{0640});
   EXPECT_EQ(mode_of(scratch.path("folder")), ::mode_t{0750});
+}
+
+TEST(OsLinuxModes, AFileThatTheMaskMakesReadOnlyIsNotMade) {
+  const scratch_folder scratch;
+  const ::mode_t old_mask = ::umask(0222);
+  for (const Access access : {Access::kCreateNew, Access::kReadWriteCreate}) {
+    os::Handle handle = os::kNoHandle;
+    EXPECT_TRUE(
+        fails(os::open(scratch.path("file"), access, handle), Failure::kOther, {EACCES, 5}));
+    EXPECT_FALSE(file_exists(scratch.path("file")));
+  }
+  ::umask(old_mask);
 }
 
 TEST(OsLinuxModes, TheOwnersWriteBitAloneIsTheReadOnlyState) {
