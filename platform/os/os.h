@@ -303,7 +303,8 @@ Status list(Path folder, Listing& entries);
 /// only a folder is found.
 Status stat(Path path, FileStat& result, Links links = Links::kFollow);
 
-/// Whether two paths lead to one file, for example by a link. Fails if one of them cannot be found.
+/// Whether two paths lead to one file or folder, for example by a link. Fails if one of them cannot
+/// be found.
 Status same_file(Path one, Path other, bool& is_same);
 
 /// Opens a folder itself, never the target of a link, until close(). Calls with Path::in() reach

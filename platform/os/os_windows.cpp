@@ -150,13 +150,15 @@ bool trim_separators(std::wstring& path) {
 
 // ---- the narrow and the wide form of each call -------------------------------------------------
 
-HANDLE create_file(const char* path, DWORD access, DWORD disposition) {
-  constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-  return CreateFileA(path, access, kShareAll, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+HANDLE create_file(const char* path, DWORD access, DWORD disposition,
+                   DWORD flags = FILE_ATTRIBUTE_NORMAL) {
+  return CreateFileA(path, access, kShareAll, nullptr, disposition, flags, nullptr);
 }
-HANDLE create_file(const wchar_t* path, DWORD access, DWORD disposition) {
-  constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-  return CreateFileW(path, access, kShareAll, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+HANDLE create_file(const wchar_t* path, DWORD access, DWORD disposition,
+                   DWORD flags = FILE_ATTRIBUTE_NORMAL) {
+  return CreateFileW(path, access, kShareAll, nullptr, disposition, flags, nullptr);
 }
 
 HANDLE find_first(const char* pattern, WIN32_FIND_DATAA& found) {
@@ -469,7 +471,10 @@ Status stat(Path path, FileStat& result, Links links) {
 Status same_file(Path one, Path other, bool& is_same) {
   // Both files stay open until the comparison: the number of a removed file can be given again.
   const auto opened = [](Path path) {
-    return with_text(path, [](const auto* text) { return create_file(text, 0, OPEN_EXISTING); });
+    return with_text(path, [](const auto* text) {
+      // Without this flag the system opens no folder.
+      return create_file(text, 0, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS);
+    });
   };
   const HANDLE first = opened(one);
   if (first == INVALID_HANDLE_VALUE) return no_answer(GetLastError());

@@ -291,6 +291,10 @@ TEST(OsSameFile, TwoPathsLeadToOneFileOrToTwo) {
   EXPECT_TRUE(is_same);
   EXPECT_TRUE(succeeds(os::same_file(scratch.path("one"), scratch.path("two"), is_same)));
   EXPECT_FALSE(is_same);
+  EXPECT_TRUE(succeeds(os::same_file(scratch.path(), scratch.path("."), is_same)));
+  EXPECT_TRUE(is_same);
+  EXPECT_TRUE(succeeds(os::same_file(scratch.path(), scratch.path("one"), is_same)));
+  EXPECT_FALSE(is_same);
   EXPECT_TRUE(fails(os::same_file(scratch.path("one"), scratch.path("missing"), is_same),
                     Failure::kNotFound, {ENOENT, 2}));
   EXPECT_TRUE(fails(os::same_file(scratch.path("missing"), scratch.path("one"), is_same),
