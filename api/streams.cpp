@@ -51,10 +51,14 @@ bool is_refused_file_there() {
   return !path.empty() && vu_file::exists(path);
 }
 
-/// Throws the reason why OpenRead() served nothing. Returns if the version has a new file now.
+/// Throws the reason why OpenRead() served nothing. Returns if another try can help: if another
+/// program has replaced the version.
 void check_served(const Address& address) {
-  if (Call::current().heard_failure()) {
-    if (LockLimit::passed() || is_refused_file_there()) throw Refusal{VU_FAILED, {}, {}};
+  const Call& call = Call::current();
+  if (call.heard_failure()) {
+    // Only the file of a version that was replaced can be opened by another try.
+    const std::string& path = call.failed_path();
+    if (LockLimit::passed() || path.empty() || is_there(path)) throw Refusal{VU_FAILED, {}, {}};
     return;
   }
   const bool is_as_named = is_exact(address);
@@ -62,7 +66,11 @@ void check_served(const Address& address) {
   if (!is_as_named) served.version = 0;
   const Place place = place_of(served);
   vu_info info;
-  static_cast<void>(describe_file(place.path(), served.version, info));
+  const os::Status described = describe_file(place.path(), served.version, info);
+  if (described.failure() == os::Failure::kNotFound) return;
+  if (!described.ok())
+    throw Refusal{VU_FAILED, "the system cannot tell the time of the file", told_path(place.path()),
+                  described.code()};
   const auto time = static_cast<std::int32_t>(info.modified);
   // OpenRead() takes the time 0 as unknown, and never serves such a file.
   const bool is_too_old = address.is_corporate() && !is_as_named && time < address.version;

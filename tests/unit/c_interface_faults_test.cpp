@@ -167,6 +167,21 @@ TEST_F(CInterfaceFaults, AStorageWhoseFoldersCannotBeMadeIsNotOpened) {
   EXPECT_NE(last_error().system_code, 0);
 }
 
+TEST_F(CInterfaceFaults, AServedReadDoesNotTryAgainWhereTheTimeStaysUnknown) {
+  constexpr os::Status kMissing{2, os::Failure::kNotFound};
+  for (const os::Status& first : {kRefused, kMissing}) {
+    for (std::uint64_t nth = 1; nth < 10; ++nth) {
+      const auto one = faults::fail(Call::stat, first, nth);
+      const auto later = faults::fail(Call::stat, kRefused, nth + 1, Times::kLasting);
+      vu_stream* stream = nullptr;
+      const vu_status status = vu_open(m_store, &m_document, VU_READ_SERVED, &stream);
+      EXPECT_TRUE(status == VU_FAILED || later.hits() == 0) << nth << vu_status_name(status);
+      EXPECT_LT(later.hits(), 10U) << nth;
+      if (status == VU_DONE) vu_stream_close(stream);
+    }
+  }
+}
+
 TEST_F(CInterfaceFaults, ErrorsBeforeACallbackAreReportedAtTheEnd) {
   const auto clean = [&](vu_entry_visitor visit) {
     const auto fault = faults::fail(Call::unlock, kRefused);
