@@ -168,6 +168,19 @@ struct entry : key {
   std::optional<vu::info> info;  ///< if it was requested and the system knows the size
 };
 
+/// The error VU_PARTLY_DONE of a list: the system refused something, for example to list a folder.
+class partly_listed : public error {
+ public:
+  partly_listed(const error& reason, std::vector<entry> listed)
+      : error(reason), m_entries(std::make_shared<const std::vector<entry>>(std::move(listed))) {}
+
+  /// What was listed.
+  const std::vector<entry>& entries() const noexcept { return *m_entries; }
+
+ private:
+  std::shared_ptr<const std::vector<entry>> m_entries;  // the copy of an exception must not throw
+};
+
 /// What to do with a version or file that exists already.
 enum class if_there : std::uint32_t { keep = 0, replace = VU_REPLACE };
 
@@ -326,6 +339,18 @@ template <class Function>
 std::int32_t visit_entry(void* context, const vu_entry* told) {
   return static_cast<callback<Function>*>(context)->call_with(
       [&] { return std::tuple<entry>(entry_of(*told)); });
+}
+
+/// The entries that @p list passes to its argument. @throws partly_listed
+template <class List>
+std::vector<entry> list_of(List list) {
+  std::vector<entry> all;
+  auto add = [&](entry&& one) { return all.push_back(std::move(one)), true; };
+  callback<decltype(add)> back{add, nullptr};
+  const vu_status status = list(visit_entry<decltype(add)>, &back);
+  if (status == VU_PARTLY_DONE && !back.raised) throw partly_listed(error::last(), std::move(all));
+  back.finish(status);
+  return all;
 }
 
 }  // namespace detail
@@ -494,22 +519,19 @@ class store {
                                         with_info ? VU_WITH_INFO : 0, detail::visit_entry<Visit>,
                                         &back));
   }
-  /// The documents of an owner, as a list.
+  /// The documents of an owner, as a list. @throws partly_listed if a folder cannot be listed.
   std::vector<entry> documents(area of, const std::string& owner, bool with_info = false) const {
-    std::vector<entry> all;
-    each_document(
-        of, owner, [&](entry&& one) { return all.push_back(std::move(one)), true; }, with_info);
-    return all;
+    return detail::list_of([&](vu_entry_visitor visit, void* context) {
+      return vu_each_document(m_store, static_cast<std::int32_t>(of), owner.c_str(),
+                              with_info ? VU_WITH_INFO : 0, visit, context);
+    });
   }
-  /// The versions of a name, the oldest first.
+  /// The versions of a name, the oldest first. @throws partly_listed if a folder cannot be listed.
   std::vector<entry> versions(const key& of, bool with_info = false) const {
     const vu_document document = document_of(of);
-    std::vector<entry> all;
-    const auto add = [&](entry&& one) { return all.push_back(std::move(one)), true; };
-    detail::callback<decltype(add)> back{add, nullptr};
-    back.finish(vu_each_version(m_store, &document, with_info ? VU_WITH_INFO : 0,
-                                detail::visit_entry<decltype(add)>, &back));
-    return all;
+    return detail::list_of([&](vu_entry_visitor visit, void* context) {
+      return vu_each_version(m_store, &document, with_info ? VU_WITH_INFO : 0, visit, context);
+    });
   }
   /// The owners that have a folder in an area.
   std::vector<std::string> owners(area of) const {
@@ -596,17 +618,16 @@ class store {
   bool remove_owner(const std::string& owner) {
     return check_unless(vu_remove_owner(m_store, owner.c_str()), VU_NOTHING_MATCHED);
   }
-  /// The versions that clean() would remove.
+  /// The versions that clean() would remove. @throws partly_listed if a folder cannot be listed, or
+  /// the time of a file is not known.
   std::vector<entry> outdated(area of, const std::optional<std::string>& owner,
                               std::chrono::seconds older_than,
                               cleaning how = cleaning::by_change) const {
-    std::vector<entry> all;
-    const auto add = [&](entry&& one) { return all.push_back(std::move(one)), true; };
-    detail::callback<decltype(add)> back{add, nullptr};
-    back.finish(vu_clean(m_store, static_cast<std::int32_t>(of), detail::c_text(owner),
-                         older_than.count(), static_cast<std::uint32_t>(how) | VU_DRY_RUN,
-                         detail::visit_entry<decltype(add)>, &back, nullptr));
-    return all;
+    return detail::list_of([&](vu_entry_visitor visit, void* context) {
+      return vu_clean(m_store, static_cast<std::int32_t>(of), detail::c_text(owner),
+                      older_than.count(), static_cast<std::uint32_t>(how) | VU_DRY_RUN, visit,
+                      context, nullptr);
+    });
   }
   /// Removes the versions that are older than a limit, and sweeps: see vu_clean(). Without an owner
   /// it cleans every owner. @return the number of versions removed. An exception does not tell it;

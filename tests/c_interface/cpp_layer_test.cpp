@@ -1,7 +1,12 @@
 #include <gtest/gtest.h>
+#if defined(__linux__)
+#include <sys/resource.h>
+#include <unistd.h>
+#endif
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -217,6 +222,61 @@ TEST(CppLists, AreRangesOfKeys) {
                                        [&](const vu::entry&) { return ++seen < 2; }));
   EXPECT_EQ(seen, 2);
 }
+
+#if defined(__linux__)
+/// Leaves one descriptor: an index can be opened, but then its folder cannot be listed.
+class OneDescriptor {
+ public:
+  OneDescriptor() {
+    ::getrlimit(RLIMIT_NOFILE, &m_before);
+    const ::rlimit few = {256, m_before.rlim_max};
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+    for (int next = ::dup(0); next != -1; next = ::dup(0)) m_used.push_back(next);
+    ::close(m_used.back());
+    m_used.pop_back();
+  }
+  ~OneDescriptor() {
+    for (const int each : m_used) ::close(each);
+    ::setrlimit(RLIMIT_NOFILE, &m_before);
+  }
+  OneDescriptor(const OneDescriptor&) = delete;
+  OneDescriptor& operator=(const OneDescriptor&) = delete;
+
+ private:
+  ::rlimit m_before{};
+  std::vector<int> m_used;
+};
+
+template <class List>
+std::size_t listed_in_error(List list) {
+  try {
+    list();
+  } catch (const vu::partly_listed& error) {
+    EXPECT_EQ(error.code(), VU_PARTLY_DONE);
+    EXPECT_EQ(error.text(), "the folder cannot be listed, so its orphans are not adopted");
+    return error.entries().size();
+  }
+  return 0;
+}
+
+TEST(CppLists, AreInTheErrorIfAFolderCannotBeListed) {
+  const vu::key one = user_key("partly", "a", 2);
+  storage().put(one, "x");
+  storage().put(user_key("partly", "b", 1), "x");
+  STGIndex::setSynchronizeMode(true);
+  {
+    const OneDescriptor left;
+    EXPECT_EQ(listed_in_error([] { storage().documents(vu::area::user, "partly"); }), 2U);
+    EXPECT_EQ(listed_in_error([&] { storage().versions(one); }), 1U);
+    const auto all = [] {
+      storage().outdated(vu::area::user, "partly", 0s, vu::cleaning::everything);
+    };
+    EXPECT_EQ(listed_in_error(all), 2U);
+  }
+  STGIndex::setSynchronizeMode(false);
+  EXPECT_EQ(storage().documents(vu::area::user, "partly").size(), 2U);
+}
+#endif
 
 TEST(CppLists, AnExceptionOfTheVisitorComesBack) {
   storage().put(user_key("raises", "a", 2), "x");

@@ -279,6 +279,33 @@ def test_lists_tell_keys(store):
     assert list(store.documents("user", "nobody")) == []
 
 
+@pytest.mark.skipif(sys.platform != "linux", reason="needs a limit of open files")
+def test_an_error_has_the_part_that_was_listed(store):
+    import resource  # pylint: disable=import-outside-toplevel
+
+    key = Key("user", "greta", "a", 1)
+    store.put(key, b"x")
+    before = resource.getrlimit(resource.RLIMIT_NOFILE)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (256, before[1]))
+    used = []
+    try:
+        with pytest.raises(OSError):
+            while True:
+                used.append(os.dup(0))
+        # An index can be opened, but then its folder cannot be listed.
+        os.close(used.pop())
+        with pytest.raises(vu_storage.PartlyListed) as raised:
+            store.documents("user", "greta")
+        with pytest.raises(vu_storage.PartlyListed):
+            store.versions(key)
+    finally:
+        for number in used:
+            os.close(number)
+        resource.setrlimit(resource.RLIMIT_NOFILE, before)
+    assert raised.value.name == "VU_PARTLY_DONE"
+    assert [entry.key for entry in raised.value.entries] == [key]
+
+
 def test_key_files_and_profiles(store):
     key = Key("user", "hans", "settings.txt")
     assert store.key_value(key, "a") is None

@@ -30,7 +30,8 @@ from . import _library as _c
 
 __all__ = [
     "LATEST", "AlreadyThere", "Entry", "File", "Info", "Key", "LockTimeout", "NotThere", "Outdated",
-    "Refused", "StorageError", "Store", "Trace", "set_trace", "version", "version_number",
+    "PartlyListed", "Refused", "StorageError", "Store", "Trace", "set_trace", "version",
+    "version_number",
 ]
 
 #: For Key.version: the greatest version.
@@ -87,6 +88,12 @@ class Outdated(StorageError):
     """It exists, but is older than requested."""
 
 
+class PartlyListed(StorageError):
+    """VU_PARTLY_DONE of a list: the system refused something. entries: what was listed."""
+
+    entries: list[Entry]
+
+
 _KINDS: dict[int, type[StorageError]] = {
     _c.NOTHING_MATCHED: NotThere, 11: LockTimeout, 12: Refused, _c.ALREADY: AlreadyThere,
     _c.OUTDATED: Outdated,
@@ -119,12 +126,16 @@ def _raw_path(path: PathLike) -> bytes:
     return _raw(os.fspath(path))
 
 
-def _last_error() -> StorageError:
+def _told_error() -> tuple[int, str, str, str, int, str]:
     error = _c.Error(struct_size=ctypes.sizeof(_c.Error))
     _c.library.vu_last_error(byref(error))
-    kind = _KINDS.get(error.status, StorageError)
-    return kind(error.status, _text(error.operation), _text(error.text), _text(error.path),
-                error.system_code, _text(error.system_text))
+    return (error.status, _text(error.operation), _text(error.text), _text(error.path),
+            error.system_code, _text(error.system_text))
+
+
+def _last_error() -> StorageError:
+    told = _told_error()
+    return _KINDS.get(told[0], StorageError)(*told)
 
 
 def _check(status: int, *answers: int) -> bool:
@@ -315,6 +326,10 @@ class _Collected:
     def finish(self, status: int, *answers: int) -> list[Any]:
         if self.raised is not None:
             raise self.raised
+        if status == _c.PARTLY_DONE:
+            error = PartlyListed(*_told_error())
+            error.entries = self.items
+            raise error
         _check(status, *answers)
         return self.items
 
@@ -503,7 +518,7 @@ class Store:
     def documents(self, area: str, owner: str, *, with_info: bool = False) -> Iterator[Entry]:
         """The documents of an owner: folder by folder, within a folder in the order of the keys
         (name, underscore, version). The list is read by this call: later changes are not seen.
-        Raises an error with VU_PARTLY_DONE if a folder cannot be listed."""
+        Raises PartlyListed if a folder cannot be listed."""
         collected = _Collected()
         status = _c.library.vu_each_document(
             self._handle, _area(area), _raw(owner), with_info * _WITH_INFO,
@@ -511,7 +526,8 @@ class Store:
         return iter(collected.finish(status))
 
     def versions(self, key: Key, *, with_info: bool = False) -> Iterator[Entry]:
-        """The versions of a name, the oldest first."""
+        """The versions of a name, the oldest first. Raises PartlyListed if the folder cannot be
+        listed."""
         collected = _Collected()
         status = _c.library.vu_each_version(
             self._handle, byref(key._document()), with_info * _WITH_INFO,

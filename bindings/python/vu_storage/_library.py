@@ -19,6 +19,7 @@ from ctypes import (
 
 DONE = 0
 NOTHING_MATCHED = 3
+PARTLY_DONE = 5
 ALREADY = 20
 BUSY = 23
 TOO_SHORT = 21
