@@ -91,6 +91,12 @@ bool copy_file(const trace::Scope& operation, const std::string& src, const std:
   return copied;
 }
 
+/// Passes the path and the system's code of a failure to the listener of this thread.
+void report_failure(const std::string& path, const os::Status& status) {
+  if (trace::Listener* const listener = trace::listener())
+    listener->hear_failure(path, status.code());
+}
+
 void report_raising_copy(const trace::Scope& operation, const std::string& src) {
   // sic: the source twice, two blanks
   VU_ERROR_IN(operation, "Can't copy ", src, " file  to ", src, " file");
@@ -177,7 +183,7 @@ std::vector<std::string> vu_file::filenames(const std::string& dir) {
   std::vector<std::string> names;
   if (!is_dir(dir)) return names;
   os::Listing entries;
-  static_cast<void>(os::list(with_separator(dir, Encoding::kNarrow), entries));
+  static_cast<void>(folder_entries(dir, entries));
   names.reserve(entries.size());
   for (const os::Entry entry : entries) names.emplace_back(entry.name);
   return names;
@@ -200,8 +206,7 @@ bool vu_file::createDir(const std::string& path) {
     VU_TRACE_XS("vu_file::createDir directory already exists (", path, ") ");
     return true;
   }
-  if (trace::Listener* const listener = trace::listener())
-    listener->hear_failure(path, status.code());
+  report_failure(path, status);
   VU_ERROR("vu_file::createDir (", path,
            ") : ", mSgError(static_cast<unsigned long>(status.code())));
   return false;
@@ -278,8 +283,7 @@ bool create_new_file(const std::string& path) {
   std::optional<CreatedFile> file;
   if (made.ok()) made = file.emplace(path, handle).flush();
   if (made.ok()) return true;
-  if (trace::Listener* const listener = trace::listener())
-    listener->hear_failure(path, made.code());
+  report_failure(path, made);
   VU_ERROR("the new file cannot be created: ", path, ", error ", made.code());
   throw vu_file_except("throw exception on open", 0);
 }

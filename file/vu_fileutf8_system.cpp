@@ -47,6 +47,18 @@ vu_utf8string join(const vu_utf8string& folder, const vu_utf8string& name) {
   return vu_utf8string(path_text::join(folder.str(), name.str()));
 }
 
+/// The form of a folder's path that os::list() takes.
+ucs2string to_list(const vu_utf8string& long_path) {
+  return ucs2string(vu_utf8string(with_separator(long_path.str(), Encoding::kUtf8)));
+}
+
+/// The entries of a folder; none if it cannot be listed.
+os::Listing entries_of(const vu_utf8string& long_path) {
+  os::Listing entries;
+  static_cast<void>(os::list(to_list(long_path), entries));
+  return entries;
+}
+
 /// The long form of an entry. @p folder is in its long form, but without the prefix the entry may
 /// exceed the classic limit. A path that has the prefix is not converted again: a rooted path would
 /// lose its first backslash.
@@ -123,8 +135,8 @@ void remove_tree(const trace::Scope& operation, const vu_utf8string& long_path, 
     if (entry_exists(long_path) && is_folder_to_remove(long_path, parent)) {
       const ucs2string text(long_path);
       const OpenFolder folder(operation, os::Path(text).in(parent), long_path.str());
-      const ucs2string pattern(vu_utf8string(with_separator(long_path.str(), Encoding::kUtf8)));
-      for (const os::Entry found : folder.entries(pattern))
+      const ucs2string listed = to_list(long_path);
+      for (const os::Entry found : folder.entries(listed))
         remove_listed(operation, long_path, found, quiet, folder.get());
     }
     remove_entry(operation, long_path, quiet, parent);
@@ -185,9 +197,7 @@ std::vector<vu_utf8string> vu_fileutf8::_filenames(const vu_utf8string& longPath
   VU_FILE_SCOPE();
   std::vector<vu_utf8string> names;
   if (!_is_dir(longPath)) return names;
-  const ucs2string folder(vu_utf8string(with_separator(longPath.str(), Encoding::kUtf8)));
-  os::Listing entries;
-  static_cast<void>(os::list(folder, entries));
+  const os::Listing entries = entries_of(longPath);
   names.reserve(entries.size());
   for (const os::Entry entry : entries) names.emplace_back(std::string(entry.name));
   return names;
@@ -195,14 +205,10 @@ std::vector<vu_utf8string> vu_fileutf8::_filenames(const vu_utf8string& longPath
 
 // Not in folder_entries.cpp: the client links that file without the rest of this folder.
 os::Listing utf8_entries(const vu_utf8string& folder) {
-  os::Listing entries;
   const vu_utf8string long_path = long_form(folder);
   os::FileStat found;
-  const bool is_there = getFileStat(long_path, found, true);
-  if (!is_there || !found.is_directory) return entries;
-  const ucs2string text(vu_utf8string(with_separator(long_path.str(), Encoding::kUtf8)));
-  static_cast<void>(os::list(text, entries));
-  return entries;
+  const bool is_there = getFileStat(long_path, found, true) && found.is_directory;
+  return is_there ? entries_of(long_path) : os::Listing();
 }
 
 std::uint64_t vu_fileutf8::getFolderSizeInKb(const vu_utf8string& path) {
