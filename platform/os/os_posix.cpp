@@ -65,28 +65,6 @@ bool is_foreign(std::string_view name) {
   return name.find('\\') != std::string_view::npos || name.find('\n') != std::string_view::npos;
 }
 
-/// Calls @p visit with each entry until it returns false. Fails if the listing breaks off.
-template <class Visit>
-Status for_each_entry(const char* folder, Visit visit) {
-  struct Closer {
-    void operator()(DIR* stream) const {
-      const ErrnoKeeper keeper;
-      ::closedir(stream);
-    }
-  };
-  Descriptor descriptor(::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!descriptor.valid()) return fail(errno);
-  const std::unique_ptr<DIR, Closer> stream(::fdopendir(descriptor.get()));
-  if (!stream) return fail(errno);
-  descriptor.release();
-  for (;;) {
-    errno = 0;
-    const dirent* entry = ::readdir(stream.get());
-    if (entry == nullptr) return errno == 0 ? Status() : fail(errno);
-    if (!is_foreign(entry->d_name) && !visit(*entry)) return {};
-  }
-}
-
 /// Appends the entries that getdents64() has written, without "." and "..". Listing::kPiece bytes
 /// after them must be readable.
 void append_records(std::string_view records, Listing& entries) {
@@ -114,14 +92,16 @@ Listing without_foreign_names(const Listing& listing, std::size_t first) {
   return result;
 }
 
+/// "." and ".." are entries of every folder, too.
 Status probe_pattern(const posix::Split& split) {
-  bool found = false;
-  const Status listed = for_each_entry(std::string(split.folder).c_str(), [&](const dirent& entry) {
-    found = posix::matches(split.name, entry.d_name);
-    return !found;
-  });
+  Listing entries;
+  const Status listed = sys::list(std::string(split.folder), entries);
   if (!listed.ok()) return listed;
-  return found ? Status() : fail(ENOENT);
+  for (const char* const own : {".", ".."}) entries.append(own, EntryKind::kFolder);
+  for (const Entry entry : entries) {
+    if (posix::matches(split.name, entry.name)) return {};
+  }
+  return fail(ENOENT);
 }
 
 // ---- handles -----------------------------------------------------------------------------------
@@ -708,7 +688,6 @@ Status rename(Path from, Path to) {
   if (!source) return fail(errno);
   const NativePath new_path = native(to);
   const char* const new_name = new_path.c_str();
-  if (old_path.text() == new_path.text()) return {};
   const std::optional<FileInfo> target = entry_info(new_name);
   if (target && is_same_file(*source, *target)) return {};
   // The SMB client checks the new name and renames after that: two hosts can both succeed.

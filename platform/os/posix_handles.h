@@ -75,8 +75,6 @@ class HandleTable {
   }
 
  private:
-  struct Slot;
-
   static constexpr unsigned kSlotBits = 18;
   static constexpr std::size_t kMaxSlots = std::size_t{1} << kSlotBits;
   static constexpr std::uint32_t kSlotMask = (1U << kSlotBits) - 1;
