@@ -1,7 +1,6 @@
 #include "vu_fileutf8.h"
 
 #include <cstddef>
-#include <limits>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -26,8 +25,7 @@ class Utf8Spelling final : public HandleSpelling {
   std::int64_t size(const std::string& path) const override {
     os::FileStat found;
     if (!vu_file_internal::getFileStat(vu_utf8string(path), found, false)) return 0;
-    return std::in_range<std::int64_t>(found.size) ? static_cast<std::int64_t>(found.size)
-                                                   : std::numeric_limits<std::int64_t>::max();
+    return static_cast<std::int64_t>(found.size);
   }
   std::string error_text(std::int32_t code) const override {
     return vu_utf8string(os::error_text_wide(code)).str();
