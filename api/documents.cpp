@@ -32,7 +32,7 @@ vu_status read_into(const Store& store, const vu_document* document, void* buffe
   const auto there = static_cast<std::size_t>(size_of(file));
   if (buffer != nullptr && room >= there) {
     // The lock keeps writers out: the size is still right.
-    *size = there != 0 ? read_into(file, buffer, there) : 0;
+    *size = read_into(file, buffer, there);
     return VU_DONE;
   }
   *size = there;

@@ -193,7 +193,7 @@ vu_status vu_stream_read(vu_stream* stream, void* buffer, size_t room, size_t* s
     api::Stream& opened = api::stream_of(use);
     api::require(opened.direction == api::Direction::kReads, "the stream was opened for writing");
     api::require(buffer != nullptr || room == 0, "buffer is null");
-    *size = room != 0 ? read_into(opened.file, buffer, room) : 0;
+    *size = read_into(opened.file, buffer, room);
     return VU_DONE;
   });
 }
