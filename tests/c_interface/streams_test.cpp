@@ -165,6 +165,24 @@ TEST(CStreams, WithoutTheGuardARenditionIsThatOfTheClass) {
   EXPECT_EQ(vu_close_store(bare), VU_DONE);
 }
 
+TEST(CStreams, APartOfAnExactDocumentHasNoPreloadCopy) {
+  vu_stream* stream = nullptr;
+  for (const char* const name : {"a.kdf", "a.kdc"}) {
+    const vu_document where = document("preload-exact", name, 1);
+    ASSERT_EQ(put(where, "document"), VU_DONE);
+    ASSERT_EQ(vu_open_part(store(), &where, "html@de", "2", VU_WRITE_OVER, &stream), VU_DONE);
+    ASSERT_EQ(vu_stream_close(stream), VU_DONE);
+    const std::filesystem::path html = native(path_of(where) + "_") / "html";
+    make_folder((html / "preload").string());
+    write_file((html / "preload" / "1").string(), "preloaded");
+    const bool is_exact = std::string(name) == "a.kdf";
+    const vu_status expected = is_exact ? VU_OUTDATED : VU_DONE;
+    EXPECT_EQ(vu_open_part(store(), &where, "html@de", "1", VU_READ_SERVED, &stream), expected);
+    if (stream != nullptr) vu_stream_close(stream);
+    EXPECT_EQ(file_exists((html / "de" / "1").string()), !is_exact);
+  }
+}
+
 TEST(CStreams, APreloadCopyThatCannotReplaceThePartIsReported) {
   const vu_document where = document("preload", "a.kdc", 0);
   ASSERT_EQ(put(where, "document"), VU_DONE);

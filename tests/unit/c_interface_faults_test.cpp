@@ -167,19 +167,20 @@ TEST_F(CInterfaceFaults, AStorageWhoseFoldersCannotBeMadeIsNotOpened) {
   EXPECT_NE(last_error().system_code, 0);
 }
 
-TEST_F(CInterfaceFaults, AServedReadDoesNotTryAgainWhereTheTimeStaysUnknown) {
-  constexpr os::Status kMissing{2, os::Failure::kNotFound};
-  for (const os::Status& first : {kRefused, kMissing}) {
-    for (std::uint64_t nth = 1; nth < 10; ++nth) {
-      const auto one = faults::fail(Call::stat, first, nth);
-      const auto later = faults::fail(Call::stat, kRefused, nth + 1, Times::kLasting);
-      vu_stream* stream = nullptr;
-      const vu_status status = vu_open(m_store, &m_document, VU_READ_SERVED, &stream);
-      EXPECT_TRUE(status == VU_FAILED || later.hits() == 0) << nth << vu_status_name(status);
-      EXPECT_LT(later.hits(), 10U) << nth;
-      if (status == VU_DONE) vu_stream_close(stream);
-    }
-  }
+TEST_F(CInterfaceFaults, ARemovedStorageIsMadeAgainByTheNextOpen) {
+  vu_file::recurseRemoveDir(m_scratch.path("storage"));
+  ASSERT_EQ(vu_close_store(m_store), VU_DONE);
+  const vu_settings settings = VU_SETTINGS_INIT;
+  EXPECT_EQ(vu_open_store(&settings, &m_store), VU_ALREADY);
+  EXPECT_EQ(put(m_document, "new", 0), VU_DONE);
+}
+
+TEST_F(CInterfaceFaults, AMissingSourceMakesNoFolder) {
+  vu_document next = document("b.txt");
+  next.owner = "berta";
+  const std::string source = native(m_scratch.path("missing")).string();
+  EXPECT_EQ(vu_copy_in(m_store, &next, source.c_str(), 0, nullptr), VU_NOTHING_MATCHED);
+  EXPECT_FALSE(file_exists(m_scratch.path("storage\\user\\berta")));
 }
 
 TEST_F(CInterfaceFaults, ErrorsBeforeACallbackAreReportedAtTheEnd) {

@@ -296,7 +296,7 @@ TEST(Heap, ThatRunsOutInAnOpenLeavesNoNewFile) {
     const os::Access access = i % 2 == 0 ? os::Access::kCreateNew : os::Access::kReadWriteCreate;
     os::Handle handle = os::kNoHandle;
     for (std::ptrdiff_t nth = 0; handle == os::kNoHandle; ++nth) {
-      EXPECT_FALSE(file_exists(path)) << i << ", allocation " << nth;
+      ASSERT_FALSE(file_exists(path)) << i << ", allocation " << nth;
       g_left = nth;
       try {
         static_cast<void>(os::open(path, access, handle));

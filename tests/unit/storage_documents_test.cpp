@@ -8,7 +8,9 @@
 #include "platform/os/os.h"
 #include "tests/support/os_faults.h"
 #include "tests/support/scratch.h"
+#include "tests/unit/c_interface_fixture.h"
 #include "tests/unit/storage_fixture.h"
+#include "vu/storage.h"
 #include "vu_storage.h"
 
 // Opening documents. Queries, reading, writing and closing: storage_questions_test.cpp. Copies:
@@ -385,6 +387,55 @@ TEST_F(Documents, AreNotReplacedWhenTheCategoriesRaise) {
   EXPECT_EQ(refused.hits(), 1U);
   EXPECT_FALSE(file.is_open());
   EXPECT_EQ(facade(trace_event::error), Texts{"vu_storage::OpenWrite : throw exception on open"});
+}
+
+// The C interface finds out why OpenRead() has opened nothing.
+
+constexpr os::Status kMissing{2, os::Failure::kNotFound};
+
+class ServedReads : public CInterfaceTest {
+ protected:
+  ServedReads() {
+    m_dated.version = 0;
+    EXPECT_EQ(put(m_dated, "dated", 0), VU_DONE);
+    m_dated.version = 1000;
+  }
+  vu_status open_served(const vu_document& where) {
+    vu_stream* stream = nullptr;
+    const vu_status status = vu_open(m_store, &where, VU_READ_SERVED, &stream);
+    if (status == VU_DONE) vu_stream_close(stream);
+    return status;
+  }
+
+  vu_document m_dated = document("a.kdc", VU_AREA_DOCS);
+};
+
+TEST_F(ServedReads, EndAtOnceIfTheTimeStaysUnknown) {
+  for (const vu_document& where : {m_document, m_dated}) {
+    for (const os::Status& first : {kRefused, kMissing}) {
+      for (std::uint64_t nth = 1; nth < 10; ++nth) {
+        const auto one = faults::fail(Call::stat, first, nth);
+        const auto later = faults::fail(Call::stat, kRefused, nth + 1, Times::kLasting);
+        const vu_status status = open_served(where);
+        EXPECT_TRUE(status == VU_FAILED || later.hits() == 0) << nth << vu_status_name(status);
+        EXPECT_LT(later.hits(), 10U) << nth;
+      }
+    }
+  }
+}
+
+TEST_F(ServedReads, LookAgainForAFileThatIsGone) {
+  for (const vu_document& where : {m_document, m_dated}) {
+    for (std::uint64_t nth = 1; nth < 10; ++nth) {
+      for (std::uint64_t next = nth + 1; next < 12; ++next) {
+        const auto one = faults::fail(Call::stat, kMissing, nth);
+        const auto other = faults::fail(Call::stat, kMissing, next);
+        const vu_status status = open_served(where);
+        EXPECT_TRUE(status == VU_DONE || status == VU_NOTHING_MATCHED)
+            << nth << " and " << next << vu_status_name(status);
+      }
+    }
+  }
 }
 
 }  // namespace
