@@ -259,7 +259,7 @@ namespace sys {
 
 /// Opens or creates a file, shared with readers, writers and removers. No user can open a folder, a
 /// pipe or a device, or a read-only file for writing. It does not wait for the other end of a pipe.
-/// A call that fails leaves no file that it has created. @p handle is kNoHandle on failure.
+/// With kCreateNew a call that fails leaves no file. @p handle is kNoHandle on failure.
 Status open(Path path, Access access, Handle& handle);
 /// Closes the handle and releases its lock. Do not repeat it after a failure: see Handle.
 Status close(Handle handle);

@@ -461,11 +461,11 @@ Status open(Path path, Access access, Handle& handle) {
   const bool writing = access != Access::kReadExisting;
   const bool creates = writing && access != Access::kReadWriteExisting;
   const int rights = (writing ? O_RDWR : O_RDONLY) | (creates ? O_CREAT : 0);
-  const int flags = rights | (access == Access::kCreateNew ? O_EXCL : 0);
+  const bool is_new = access == Access::kCreateNew;
   const NativePath name = native(path);
-  bool is_new = false;
-  Descriptor descriptor = open_file(name.c_str(), flags, is_new);
+  Descriptor descriptor = open_once(name.c_str(), rights | (is_new ? O_EXCL : 0));
   if (!descriptor.valid()) return fail(errno);
+  // With kReadWriteCreate, another process may have written to the new file already.
   NewFile created(is_new ? name.c_str() : nullptr);
   FileInfo info{};
   if (::fstat(descriptor.get(), &info) != 0) return fail(errno);

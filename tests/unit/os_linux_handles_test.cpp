@@ -204,11 +204,9 @@ TEST(OsLinuxHandles, ACallWithoutADescriptorLeavesNoNewFile) {
     for (int next = ::dup(STDERR_FILENO); next != -1; next = ::dup(STDERR_FILENO)) last = next;
     ::close(STDIN_FILENO);
     std::string all;
-    for (const Access access : {Access::kCreateNew, Access::kReadWriteCreate}) {
-      os::Handle handle = os::kNoHandle;
-      all +=
-          complaint("open", os::open(scratch.path("new"), access, handle), Failure::kOther, EMFILE);
-    }
+    os::Handle handle = os::kNoHandle;
+    all += complaint("open", os::open(scratch.path("new"), Access::kCreateNew, handle),
+                     Failure::kOther, EMFILE);
     ::close(last);  // for the source of a copy
     for (const auto& [name, if_exists] :
          {std::pair("new", os::IfExists::kFail), std::pair("new", os::IfExists::kReplace),
@@ -306,12 +304,10 @@ TEST(OsLinuxModes, FilesAndFoldersAreMadeForEverybodyLessTheMask) {
 TEST(OsLinuxModes, AFileThatTheMaskMakesReadOnlyIsNotMade) {
   const scratch_folder scratch;
   const ::mode_t old_mask = ::umask(0222);
-  for (const Access access : {Access::kCreateNew, Access::kReadWriteCreate}) {
-    os::Handle handle = os::kNoHandle;
-    EXPECT_TRUE(
-        fails(os::open(scratch.path("file"), access, handle), Failure::kOther, {EACCES, 5}));
-    EXPECT_FALSE(file_exists(scratch.path("file")));
-  }
+  os::Handle handle = os::kNoHandle;
+  EXPECT_TRUE(fails(os::open(scratch.path("file"), Access::kCreateNew, handle), Failure::kOther,
+                    {EACCES, 5}));
+  EXPECT_FALSE(file_exists(scratch.path("file")));
   ::umask(old_mask);
 }
 
