@@ -377,3 +377,20 @@ TEST(CDetails, AnAreaThatIsMissingIsCreatedAgain) {
   std::filesystem::rename(aside, area);
   EXPECT_EQ(vu_exists(store(), &mail), VU_NOTHING_MATCHED);
 }
+
+/// An adopted file bears the name of both versions, so a lookup finds it for each.
+TEST(CDetails, AnExistingVersionThatAFileHidesIsReportedWithItsOwnFile) {
+  const vu_document from = document("hidden-target", "b.kdc", 0);
+  const vu_document to = document("hidden-target", "b.kdc", 5);
+  ASSERT_EQ(put(from, "adopted"), VU_DONE);
+  ASSERT_EQ(put(to, "old"), VU_DONE);
+  const std::filesystem::path adopted = native(path_of(from));
+  const std::string existing = path_of(to);
+  const std::string index = (adopted.parent_path() / "index.dat").string();
+  const std::string file = adopted.filename().string();
+  std::string lines = read_file(index);
+  write_file(index, lines.replace(lines.find("/" + file) + 1, file.size(), "b.kdc"));
+  std::filesystem::rename(adopted, adopted.parent_path() / "b.kdc");
+  EXPECT_EQ(vu_rename(store(), &from, &to, 0), VU_ALREADY);
+  EXPECT_EQ(last_error().path, existing);
+}
