@@ -424,6 +424,16 @@ TEST_F(StorageRoots, TakeTheSwitchAndThePathsOfARetryTogether) {
   vu_host::install({&sink, &config, &temp, &components});
 }
 
+/// Published roots are never freed, and each operation tries again.
+TEST_F(StorageRoots, OfARetryAreThoseOfTheFailedAttemptIfTheyAreEqual) {
+  failing_configuration failing;
+  vu_host::install({&sink, &failing, &temp, &components});
+  const std::string& before = vu_storage::getStoragePath();
+  EXPECT_EQ(&vu_storage::getStoragePath(), &before);
+  EXPECT_EQ(Peer::init_done(), 0);
+  vu_host::install({&sink, &config, &temp, &components});
+}
+
 TEST_F(StorageRoots, AreInitialisedByAnObject) {
   const vu_storage facade;
   EXPECT_EQ(Peer::storage_path(), dir.path("server"));
