@@ -180,8 +180,6 @@ class IndexState {
   void file_is_gone(const std::string& name);
   /// Whether file_is_gone() was called for the file at this position in the listing.
   bool is_gone(std::size_t file) const { return m_gone.contains(file); }
-  /// Whether a save has written the entries to index.dat.
-  bool is_saved() const { return m_is_saved; }
   /// Replaces both directions. For tests.
   void set_maps(const NameMap& by_key, const NameMap& by_stored_name);
 
@@ -248,5 +246,4 @@ class IndexState {
   std::map<std::string, IfItStays, std::less<>> m_files_to_remove;
   FileSet m_changed;  // positions in the listing
   FileSet m_gone;     // positions in the listing
-  bool m_is_saved = false;
 };

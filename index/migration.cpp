@@ -74,12 +74,10 @@ bool is_possible_extension(const std::string& folder, const std::string& extensi
          find_entry(path).failure() != os::Failure::kNoName;
 }
 
-/// A logical name with escapes, and the key of the new entry. The key is empty if there is no such
-/// entry: only the line of the read list changes if the old entry has another timestamp than 0.
+/// A logical name with escapes, and the key of its unescaped name.
 struct Renamed {
   std::string from;
   std::string new_key;
-  std::string new_stored;  ///< the physical name of the new entry
 };
 
 /// Renames the entries with escaped names.
@@ -116,10 +114,7 @@ bool convert(const IndexState& index, Rename rename, std::vector<Renamed>& renam
       continue;
     }
     if (rename(name, unescaped)) {
-      std::string new_key = index_format::key_of(unescaped, 0);
-      const std::string new_stored(index.find(new_key).value_or(""));
-      if (new_stored.empty()) new_key.clear();
-      renamed.push_back({name, std::move(new_key), new_stored});
+      renamed.push_back({name, index_format::key_of(unescaped, 0)});
     } else {
       is_complete = false;
     }
@@ -141,22 +136,15 @@ void STGIndex::migrateInboxRead(const std::string& user) {
     VU_WARNING("User ", user, " has an empty inbox read. No need migration);");  // sic
     return;
   }
-  // The destructor does not tell whether it has saved.
-  const auto save = [](STGIndex& index) {
-    index.close();
-    index.m_needUpdate = false;
-    save_index(index, *index.m_state);
-  };
   bool has_begun = false;
-  Steps steps;
   try {
     std::string marker_file;
     if (exists(folder, kMarker, 0, marker_file)) return;
     {
       // An index that cannot be written would make each call copy all mails again.
-      STGIndex index(folder);
-      save(index);
-      if (!index.m_state->is_saved()) {
+      const SaveWatch watch;
+      updateIndexFile(folder);
+      if (watch.has_failed()) {
         report_not_writable(folder);
         return;
       }
@@ -164,38 +152,32 @@ void STGIndex::migrateInboxRead(const std::string& user) {
     ReadList read_list(folder, getPhysicalName(folder, kReadList));
     // The index is not locked yet. Another program may have the list open and wait for the index.
     read_list.load();
-    STGIndex index(folder);
-    if (index.m_state->has_unknown_lines()) {
-      report_not_begun(folder);
-      return;
-    }
-    has_begun = true;
     std::vector<Renamed> renamed;
+    const SaveWatch watch;
+    Steps steps;
+    // The list names the entries of the index, so it is written only after the index. And the block
+    // ends the lock on the index, also after a failure: another program may have the list open and
+    // wait for the index.
     steps.run([&] {
+      STGIndex index(folder);
+      has_begun = !index.m_state->has_unknown_lines();
+      if (!has_begun) return report_not_begun(folder);
       const auto rename = [&](const std::string& from, const std::string& to) {
         return index._rename(from, 0, to, 0);
       };
       if (convert(*index.m_state, rename, renamed)) index._create(kMarker, 0);
     });
-    // The list names the entries of the index, so it is written only after the index.
-    const bool is_changed = index.m_needUpdate;
-    if (is_changed) steps.run([&] { save(index); });
-    // Required, also after a failed save: another program may have the list open and wait for the
-    // index.
-    steps.run([&] { index.close(); });
-    if (!is_changed || index.m_state->is_saved()) {
+    if (has_begun && !watch.has_failed()) {
       steps.run([&] {
         for (const Renamed& each : renamed) {
-          // The save may have undone a rename.
-          if (each.new_key.empty() || index.m_state->find(each.new_key) == each.new_stored)
-            read_list.unescape_line_of(each.from);
+          if (!watch.has_withdrawn(each.new_key)) read_list.unescape_line_of(each.from);
         }
         read_list.save();
       });
     }
+    steps.end();
   } catch (...) {
     if (!has_begun) report_not_begun(folder);
     throw;
   }
-  steps.end();
 }

@@ -26,6 +26,8 @@ constexpr std::size_t kRoom = 1024;
 /// At most this number of unknown entries are named.
 constexpr std::size_t kNamed = 8;
 
+constinit thread_local SaveWatch* t_watch = nullptr;
+
 }  // namespace
 
 void report_unknown_line(const std::string& folder, std::string_view key, std::string_view stored) {
@@ -58,19 +60,18 @@ class IndexSave {
   IndexSave(vu_file& index, IndexState& state)
       : m_index(index), m_state(state), m_files(state.folder()) {}
 
-  void run() {
+  Saved run() {
     VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
     VU_TRACE_M(" STGIndex: (begin) updating index.dat ...");
     VU_TRACE_M("  folder : ", m_state.folder());
-    m_state.m_is_saved = false;
-    if (!open()) return;
+    if (!open()) return {};
     replace();
-    std::exception_ptr raised;
-    if (m_state.m_is_saved) {
+    if (m_saved.is_written) {
       // Another save must not merge before these files are gone: it would find their lines valid.
       const IndexState::Removal removal = m_state.remove_replaced_files();
-      raised = removal.raised;
-      // If the system keeps a file, its line is valid again.
+      m_saved.raised = removal.raised;
+      // If the system keeps a file, its line is valid again. If the second replacement fails, the
+      // text of the first one stays.
       if (!removal.are_gone) {
         IndexSave again(m_index, m_state);
         m_index.rewind();
@@ -81,7 +82,7 @@ class IndexSave {
     close_replaced(m_index, m_outcome);
     VU_TRACE_M(" STGIndex: (end) index.dat is uptodate");  // sic
     VU_TRACE_M("  folder : ", m_state.folder());
-    if (raised) std::rethrow_exception(raised);
+    return std::move(m_saved);
   }
 
  private:
@@ -121,8 +122,7 @@ class IndexSave {
     make_swept_files_again();
     merge(replacement::text_of(m_bytes.view(), m_saved_text));
     m_outcome = replace_text(m_index, m_bytes.view(), text());
-    // The second replacement of a save can fail; the text of the first one stays.
-    if (m_outcome.holds == replacement::Holds::kNewText) m_state.m_is_saved = true;
+    m_saved.is_written = m_outcome.holds == replacement::Holds::kNewText;
   }
 
   // ---- swept files ---------------------------------------------------------------------------
@@ -142,6 +142,7 @@ class IndexSave {
       if (presence != Presence::kMissing || make_again(how)) {
         m_sure.push_back(entry.name);
       } else {
+        m_saved.withdrawn.emplace_back(entry.name);
         m_state.keep_files_of(making);
         m_state.withdraw(entry.name);
       }
@@ -459,6 +460,7 @@ class IndexSave {
 
   vu_file& m_index;
   IndexState& m_state;
+  Saved m_saved;
   replacement::Outcome m_outcome;
   FolderFiles m_files;                    ///< the folder as it is now
   FileText m_bytes;                       ///< of index.dat
@@ -476,4 +478,14 @@ class IndexSave {
   std::span<const std::string_view> m_sure_left;          ///< those not before the last key
 };
 
-void save_index(vu_file& index, IndexState& state) { IndexSave(index, state).run(); }
+Saved save_index(vu_file& index, IndexState& state) { return IndexSave(index, state).run(); }
+
+SaveWatch::SaveWatch() noexcept : m_before(std::exchange(t_watch, this)) {}
+
+SaveWatch::~SaveWatch() { t_watch = m_before; }
+
+void SaveWatch::note(Saved saved) noexcept {
+  if (t_watch == nullptr) return;
+  t_watch->m_has_begun = true;
+  t_watch->m_saved = std::move(saved);
+}

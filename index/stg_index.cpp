@@ -84,7 +84,11 @@ STGIndex::~STGIndex() noexcept(false) {
 
 void STGIndex::saveIndexFile() {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  save_index(*this, *m_state);
+  SaveWatch::note({});
+  Saved saved = save_index(*this, *m_state);
+  const std::exception_ptr raised = saved.raised;
+  SaveWatch::note(std::move(saved));
+  if (raised) std::rethrow_exception(raised);
 }
 
 // ---- keys, names and lines -------------------------------------------------------------------

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "file/lock_limit.h"
@@ -92,6 +93,33 @@ TEST_F(IndexMigration, MovesAnEscapedFileToAnEntryOfItsUnescapedName) {
             "read.txt_0000000000/00000001\n");
   EXPECT_EQ(names(), (Texts{"00000001.txt", "00000002.kdb", "00000003", "index", "index.dat"}));
   EXPECT_EQ(sink.count(trace_event::warning) + sink.count(trace_event::error), 0U);
+}
+
+TEST_F(IndexMigration, OpensTheScopesOfTheMembersThatItCalls) {
+  make_mail_folder();
+  write("index.dat", " ");
+  write("read.txt", "");
+  write("a%20.kdb", "a");
+  recording_sink sink;
+  migrate();
+  // Only the scopes below, as "(name ...)".
+  std::string seen;
+  for (const traced& each : sink.all()) {
+    for (const std::string_view name :
+         {"exists", "updateIndexFile", "getPhysicalName", "create", "STGIndex", "~STGIndex",
+          "_rename", "_create", "saveIndexFile"}) {
+      if (each.source != "stg_index" ||
+          each.signature.find("STGIndex::" + std::string(name) + "(") == std::string::npos)
+        continue;
+      if (each.kind == traced::kind_t::scope) seen.append("(").append(name);
+      if (each.kind == traced::kind_t::scope_end) seen += ")";
+    }
+  }
+  EXPECT_EQ(seen,
+            "(exists)"
+            "(updateIndexFile(STGIndex)(~STGIndex(saveIndexFile)))"
+            "(getPhysicalName(create(exists)))"
+            "(STGIndex)(_rename(_create))(_create)(~STGIndex(saveIndexFile))");
 }
 
 TEST_F(IndexMigration, ConvertsInTheOrderOfTheKeys) {
@@ -305,9 +333,7 @@ TEST_F(IndexMigration, TakesAFileOfTheMarkersNameForTheMarker) {
 
 // A migration that fails or is interrupted.
 
-using os::faults::Call;
 using os::faults::Times;
-using vu_host::trace_event;
 
 TEST_F(IndexMigration, KeepsAFileThatCannotBeCopiedAndSetsNoMarker) {
   make_mail_folder();

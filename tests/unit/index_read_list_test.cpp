@@ -425,6 +425,16 @@ TEST_F(IndexMigration, ConvertsTheListWhenOnlyTheSecondTextOfTheSaveIsNotWritten
   EXPECT_EQ(read("read.txt"), "1\ta \tB\t1\t1\tf\t\n");
 }
 
+TEST_F(IndexMigration, UnescapesTheLinesOfAllMailsWithOneUnescapedName) {
+  make_mail_folder();
+  write("1#1#1#a%20b.kdb", "first");
+  write("1#1#1#a+b.kdb", "last");
+  write("read.txt", "1\ta%20b\tB\t1\t1\tf\t\n1\ta+b\tB\t1\t1\tg\t\n");
+  migrate();
+  EXPECT_EQ(entry("1#1#1#a b.kdb"), "last");
+  EXPECT_EQ(read("read.txt"), "1\ta b\tB\t1\t1\tf\t\n1\ta b\tB\t1\t1\tg\t\n");
+}
+
 TEST_F(IndexMigration, LeavesTheLineOfARenameAloneThatTheSaveHasUndone) {
   const std::string list = "1\ta%20\tB\t1\t1\tf\t\n";
   make_mail_folder();
