@@ -217,7 +217,8 @@ class VU_STORAGE_API STGIndex : public vu_file {
   /// cannot be read or written. What was done stays done; another call continues.
   ///
   /// A migration is not begun if the index cannot be written. A mail is left as it is, with a
-  /// warning, if the index or the system cannot have its unescaped name.
+  /// warning, if the index or the system cannot have its unescaped name. If another mail cannot be
+  /// renamed, the folder is not marked.
   ///
   /// The read list is written last, when the folder is already marked. If the index could not be
   /// saved, it is left alone. If it cannot be opened for writing, it keeps the escaped names. If

@@ -180,6 +180,13 @@ void IndexState::keep_files_of(std::size_t making) noexcept {
   }
 }
 
+void IndexState::withdraw_dependent() {
+  const Taken entry = withdraw(m_dependent);
+  // A file that this operation did not make may be another entry's.
+  if (entry.making != Changes::kNone)
+    remove_after_save(m_makings[entry.making].file, IfItStays::kNothing);
+}
+
 IndexState::Taken IndexState::take_out(std::size_t by_key, std::size_t by_stored_name) noexcept {
   Taken entry;
   entry.stored = *std::exchange(m_by_key[by_key].value, std::nullopt);

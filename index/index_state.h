@@ -155,6 +155,9 @@ class IndexState {
   /// Notes a file that was created. A clean that runs before the save finds no entry for it in
   /// index.dat and may sweep it; then the save creates it again.
   void file_is_made(const std::string& key, Making how);
+  /// Makes a new entry depend on all others: if a save withdraws one of them, it withdraws this
+  /// entry, too, and removes its file. At most one entry can depend.
+  void keep_only_with_others(std::string key) { m_dependent = std::move(key); }
   /// Schedules the removal of a file after the new text is written, under the lock of the save.
   /// Until then readers find the old entries. The save judges lines as if the file were gone.
   void remove_after_save(const std::string& file, IfItStays if_it_stays);
@@ -221,6 +224,8 @@ class IndexState {
   /// Cancels the removals that only a copy justified. Its file is lost, so the file of an entry
   /// that it replaces stays. And if that one was a copy, too, its own source stays.
   void keep_files_of(std::size_t making) noexcept;
+  /// Withdraws the entry of keep_only_with_others().
+  void withdraw_dependent();
   /// Empties both changes.
   Taken take_out(std::size_t by_key, std::size_t by_stored_name) noexcept;
   /// @return whether the file is gone.
@@ -243,6 +248,7 @@ class IndexState {
   Changes m_by_stored_name;
   std::vector<Entry> m_erased;
   std::vector<Making> m_makings;  // Changes::Change::making is a position
+  std::string m_dependent;        // see keep_only_with_others(); empty if there is none
   std::map<std::string, IfItStays, std::less<>> m_files_to_remove;
   FileSet m_changed;  // positions in the listing
   FileSet m_gone;     // positions in the listing

@@ -165,7 +165,10 @@ void STGIndex::migrateInboxRead(const std::string& user) {
       const auto rename = [&](const std::string& from, const std::string& to) {
         return index._rename(from, 0, to, 0);
       };
-      if (convert(*index.m_state, rename, renamed)) index._create(kMarker, 0);
+      if (!convert(*index.m_state, rename, renamed)) return;
+      index._create(kMarker, 0);
+      // A mail whose rename the save cannot keep has to be found by the next call.
+      index.m_state->keep_only_with_others(entryAndTS(kMarker, 0));
     });
     if (has_begun && !watch.has_failed()) {
       steps.run([&] {

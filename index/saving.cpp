@@ -131,10 +131,9 @@ class IndexSave {
   /// No clean can sweep while index.dat is locked, so a file that is created again now stays.
   void make_swept_files_again() {
     for (const NameOrder<2>::Element& element : m_state.m_by_key.in_order()) {
-      Changes::Change& entry = m_state.m_by_key[element.position];
-      const std::size_t making = std::exchange(entry.making, Changes::kNone);
-      if (making == Changes::kNone || !entry.value) continue;
-      const IndexState::Making& how = m_state.m_makings[making];
+      const Changes::Change& entry = m_state.m_by_key[element.position];
+      if (entry.making == Changes::kNone || !entry.value) continue;
+      const IndexState::Making& how = m_state.m_makings[entry.making];
       // Not the line: another file can make that valid. Example: 00000002 for 00000002.kdb.
       const Presence presence = m_is_listed ? m_files.find(how.file) : m_files.probe(how.file);
       if (presence == Presence::kUnknown && m_named++ < kNamed)
@@ -143,10 +142,11 @@ class IndexSave {
         m_sure.push_back(entry.name);
       } else {
         m_saved.withdrawn.emplace_back(entry.name);
-        m_state.keep_files_of(making);
+        m_state.keep_files_of(entry.making);
         m_state.withdraw(entry.name);
       }
     }
+    if (!m_saved.withdrawn.empty()) m_state.withdraw_dependent();
   }
 
   /// @return whether the file exists.

@@ -454,4 +454,37 @@ TEST_F(IndexMigration, LeavesTheLineOfARenameAloneThatTheSaveHasUndone) {
   EXPECT_EQ(read("read.txt"), list);
 }
 
+TEST_F(IndexMigration, SetsNoMarkerIfTheSaveHasUndoneARename) {
+  make_mail_folder();
+  write("1#1#1#a%20.kdb", "a");
+  write("1#1#1#b%20.kdb", "b");
+  write("read.txt", "1\ta%20\tB\t1\t1\tf\t\n1\tb%20\tB\t1\t1\tf\t\n");
+  // A clean sweeps the copy of the first mail, and the save cannot make it again.
+  std::unique_ptr<os::faults::Fault> broken;
+  const auto hook = os::faults::before(
+      Call::flush_file,
+      [&] {
+        std::filesystem::remove(native(path("00000001.kdb")));
+        broken.reset(new os::faults::Fault(os::faults::fail(Call::copy, kRefused)));
+      },
+      2);
+  migrate();
+  ASSERT_TRUE(broken);
+  EXPECT_EQ(broken->hits(), 1U);
+  EXPECT_EQ(index(),
+            "1#1#1#a%20.kdb_0000000000/1#1#1#a%20.kdb\n"
+            "1#1#1#b .kdb_0000000000/00000002\n"
+            "read.txt_0000000000/read.txt\n");
+  // The marker's file is gone, too.
+  EXPECT_EQ(names(), (Texts{"00000002.kdb", "1#1#1#a%20.kdb", "index", "index.dat", "read.txt"}));
+  EXPECT_EQ(read("read.txt"), "1\ta%20\tB\t1\t1\tf\t\n1\tb \tB\t1\t1\tf\t\n");
+
+  broken.reset();
+  migrate();
+  EXPECT_EQ(entry("1#1#1#a .kdb"), "a");
+  EXPECT_EQ(entry("1#1#1#b .kdb"), "b");
+  EXPECT_EQ(read("read.txt"), "1\ta \tB\t1\t1\tf\t\n1\tb \tB\t1\t1\tf\t\n");
+  EXPECT_TRUE(is_marked());
+}
+
 }  // namespace
