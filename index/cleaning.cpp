@@ -294,14 +294,14 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
   const UtfNames folders = out_of_date.empty() ? UtfNames() : names.possible_folders();
   unsigned long removed = 0;
   for (const auto& [key, stored] : out_of_date) {
-    const std::string entry(index_format::logical_of(key));
+    const std::string logical(index_format::logical_of(key));
     const long timestamp = index_format::timestamp_of(key);
     const std::string file = name_on_disk(key, stored);
     // Another process may have written the document since the first check.
     if (limit != 0 && selection.keeps(key, file)) continue;
     ++removed;
-    VU_TRACE_XS("          Removing entry=", entry, " ts=", timestamp, " nameOnFS=", file);
-    index._remove(entry, timestamp);
+    VU_TRACE_XS("          Removing entry=", logical, " ts=", timestamp, " nameOnFS=", file);
+    index._remove(logical, timestamp);
     const auto [first, last] = with_prefix(folders, file + "_");
     cleanOutputDirectories(base, UtfNames(first, last), file, nullptr);
   }

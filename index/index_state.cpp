@@ -302,8 +302,8 @@ void IndexState::file_changes(const std::string& name) {
 
 void IndexState::file_is_gone(const std::string& name) {
   if (!m_loaded || m_loaded->reading.lines.empty()) return;
-  const std::size_t entry = m_files->listed(name, m_files->ask(name));
-  if (entry != FolderFiles::kNone) m_gone.insert(entry);
+  const std::size_t file = m_files->listed(name, m_files->ask(name));
+  if (file != FolderFiles::kNone) m_gone.insert(file);
 }
 
 void IndexState::set_maps(const NameMap& by_key, const NameMap& by_stored_name) {
