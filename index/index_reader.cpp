@@ -175,7 +175,7 @@ IndexReading::IndexReading(std::string_view index_text, FolderFiles& files,
   std::vector<std::size_t> doubtful;
   auto earlier = before.lines.begin();
   const auto was_valid = [&](const IndexLine& line) {
-    // Both texts are in order, or nearly so.
+    // Both texts are in order, or nearly so. A line that is not found here is judged.
     while (earlier != before.lines.end() && earlier->key < line.key) ++earlier;
     return earlier != before.lines.end() && earlier->key == line.key &&
            earlier->stored == line.stored && earlier->file != FolderFiles::kNone &&

@@ -112,8 +112,8 @@ struct IndexReading {
   /// Reads a text that has most lines in common with an earlier reading. A line that was valid then
   /// stays valid if the earlier listing shows its file. All other lines are judged by the folder as
   /// it is now.
-  /// @param before in ascending order, without lines that run on. If this text has such a line, the
-  /// reading ends there and sets any_runs_on.
+  /// @param before the earlier reading. If the new text has a line that runs on, the reading ends
+  /// there and sets any_runs_on.
   /// @param changed positions in the earlier listing: lines of these files are judged again.
   IndexReading(std::string_view index_text, FolderFiles& files, const IndexReading& before,
                const FileSet& changed);

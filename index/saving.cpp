@@ -192,7 +192,7 @@ class IndexSave {
   /// Other processes wait for the lock. To keep this short, lines that were valid at the load are
   /// not judged again.
   void read_what_is_on_disk(std::string_view text, const IndexReading* loaded) {
-    if (loaded != nullptr && loaded->ascending && !loaded->any_runs_on) {
+    if (loaded != nullptr) {
       m_on_disk.emplace(text, m_files, *loaded, m_state.m_changed);
       if (!m_on_disk->any_runs_on) return;
     }
@@ -209,8 +209,8 @@ class IndexSave {
       for (; theirs != on_disk.end() && theirs->key < key; ++theirs) result.push_back(&*theirs);
       if (theirs != on_disk.end() && theirs->key == key) {
         const IndexLine& line = *theirs++;
-        if (line.stored == stored && !line.runs_on) return;
-        if (line.stored != stored) result.push_back(&line);
+        if (line.stored == stored) return;
+        result.push_back(&line);
       }
       not_on_disk.push_back(key);
     });
