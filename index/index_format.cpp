@@ -145,16 +145,35 @@ std::string key_of(std::string_view logical, std::int32_t timestamp) {
 }
 
 std::int32_t timestamp_of(std::string_view key) {
-  return parse_decimal(key.substr(key.size() - kStampLength + 1));
+  const std::string_view stamp = key.substr(key.size() - kStampLength + 1);
+  // All entries of some folders have this one.
+  return stamp == "0000000000" ? 0 : parse_decimal(stamp);
 }
 
 bool bears_extension(std::string_view key, std::string_view stored) {
   return stored != logical_of(key) || timestamp_of(key) != 0;
 }
 
+namespace {
+
+/// What follows the physical name in the name of an entry's file.
+std::string_view extension_of_file(std::string_view key, std::string_view stored) {
+  return bears_extension(key, stored) ? extension_of(logical_of(key)) : std::string_view();
+}
+
+}  // namespace
+
+bool is_file_name(std::string_view key, std::string_view stored, std::string_view name) {
+  const std::string_view extension = extension_of_file(key, stored);
+  return name.size() == stored.size() + extension.size() && name.starts_with(stored) &&
+         name.ends_with(extension);
+}
+
 std::string file_name_of(std::string_view key, std::string_view stored) {
-  std::string name(stored);
-  if (bears_extension(key, stored)) name += extension_of(logical_of(key));
+  const std::string_view extension = extension_of_file(key, stored);
+  std::string name;
+  name.reserve(stored.size() + extension.size());
+  name.append(stored).append(extension);
   return name;
 }
 
@@ -228,8 +247,12 @@ bool LinesOfName::next(Line& line) {
 // ---- escaped names ---------------------------------------------------------------------------
 
 bool is_escaped_form(std::string_view name) {
-  return name.find_first_not_of(
-             "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ-_+%./#") == kNone;
+  const auto is_allowed = [](char c) {
+    const auto is_within = [c](char first, char last) { return first <= c && c <= last; };
+    return is_within('a', 'z') || is_within('A', 'Z') || is_within('-', '9') || c == '_' ||
+           c == '+' || c == '%' || c == '#';
+  };
+  return std::all_of(name.begin(), name.end(), is_allowed);
 }
 
 std::string unescape(std::string_view name) {

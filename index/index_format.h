@@ -83,6 +83,8 @@ bool bears_extension(std::string_view key, std::string_view stored);
 /// The name of an entry's file: the physical name, with the logical name's extension unless the
 /// file was adopted.
 std::string file_name_of(std::string_view key, std::string_view stored);
+/// Whether a name is that name.
+bool is_file_name(std::string_view key, std::string_view stored, std::string_view name);
 
 /// One line of the text: the parts before and after its "/".
 struct Line {

@@ -38,18 +38,15 @@ void IndexState::load(FileText bytes) {
 // ---- entries -----------------------------------------------------------------------------------
 
 const IndexLine* IndexState::loaded_entry(std::string_view key) const {
-  // A clean looks up each entry a few times, then the next one: try these two first.
-  for (std::size_t i = m_last_found; i < m_entries.size() && i <= m_last_found + 1; ++i) {
-    if (m_entries[i].key != key) continue;
-    m_last_found = i;
-    return &m_entries[i];
-  }
-  const auto at = std::lower_bound(
-      m_entries.begin(), m_entries.end(), key,
-      [](const IndexLine& line, std::string_view wanted) { return line.key < wanted; });
-  if (at == m_entries.end() || at->key != key) return nullptr;
-  m_last_found = static_cast<std::size_t>(at - m_entries.begin());
-  return &*at;
+  // A clean and a migration look up each entry a few times, then the next one. And the key of a new
+  // entry is often in the same place.
+  const auto is_before = [&](std::size_t entry) { return m_entries[entry].key < key; };
+  std::size_t& place = m_last_place;
+  if (place != m_entries.size() && is_before(place)) ++place;
+  const bool is_here =
+      (place == 0 || is_before(place - 1)) && (place == m_entries.size() || !is_before(place));
+  if (!is_here) place = lines_before(m_entries, key);
+  return place != m_entries.size() && m_entries[place].key == key ? &m_entries[place] : nullptr;
 }
 
 const IndexLine* IndexState::loaded_line(std::string_view stored) const {
@@ -228,7 +225,8 @@ bool IndexState::is_made(std::string_view key) const {
 
 void IndexState::remove_after_save(const std::string& file, IfItStays if_it_stays) {
   file_changes(file);
-  m_files_to_remove.emplace(file, if_it_stays);
+  // A migration renames in this order.
+  m_files_to_remove.emplace_hint(m_files_to_remove.end(), file, if_it_stays);
 }
 
 bool IndexState::is_anothers(const std::string& key, const std::string& stored) const {
@@ -308,6 +306,7 @@ void IndexState::file_is_gone(const std::string& name) {
 
 void IndexState::set_maps(const NameMap& by_key, const NameMap& by_stored_name) {
   m_entries = {};
+  m_last_place = 0;
   m_lines = {};
   m_lines_by_stored_name.reset();
   m_by_key = {};

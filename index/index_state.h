@@ -240,7 +240,7 @@ class IndexState {
   /// Finds m_lines by physical name. Built for the fifth search; the first ones go through m_lines.
   mutable std::optional<NameIndex> m_lines_by_stored_name;
   mutable std::size_t m_searches = 0;
-  mutable std::size_t m_last_found = 0;  ///< position in m_entries
+  mutable std::size_t m_last_place = 0;  ///< of loaded_entry() in m_entries
 
   /// The texts of the changes that are not in the loaded text. Shared by copies.
   std::shared_ptr<std::pmr::monotonic_buffer_resource> m_texts;

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <exception>
 #include <optional>
 #include <string>
@@ -74,10 +75,10 @@ bool is_possible_extension(const std::string& folder, const std::string& extensi
          find_entry(path).failure() != os::Failure::kNoName;
 }
 
-/// A logical name with escapes, and the key of its unescaped name.
+/// A logical name with escapes, and the unescaped one.
 struct Renamed {
   std::string from;
-  std::string new_key;
+  std::string to;
 };
 
 /// Renames the entries with escaped names.
@@ -89,17 +90,18 @@ bool convert(const IndexState& index, Rename rename, std::vector<Renamed>& renam
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
   bool is_complete = true;
   // Entries that appear during the loop have generated names and are skipped; others may disappear.
-  std::vector<std::string> keys;
-  index.visit([&](std::string_view key, std::string_view) { keys.emplace_back(key); });
-  for (const std::string& key : keys) {
+  std::vector<std::string_view> keys;
+  index.visit([&](std::string_view key, std::string_view) { keys.push_back(key); });
+  for (const std::string_view key : keys) {
+    const std::string_view logical = index_format::logical_of(key);
+    if (!index_format::is_escaped_form(logical)) continue;
     const std::optional<std::string_view> stored = index.find(key);
-    const std::string name(index_format::logical_of(key));
-    if (!stored || name != index_format::file_name_of(key, *stored) ||
-        !index_format::is_escaped_form(name))
-      continue;
-    const std::string unescaped = index_format::unescape(name);
+    if (!stored || !index_format::is_file_name(key, *stored, logical)) continue;
+    std::string name(logical);
+    std::string unescaped = index_format::unescape(name);
     if (unescaped == name) continue;
-    if (unescaped.find_first_of("/\n") != std::string::npos) {
+    if (std::any_of(unescaped.begin(), unescaped.end(),
+                    [](char c) { return c == '/' || c == '\n'; })) {
       VU_WARNING("STGIndex: migration: left as it is, no index line can hold its unescaped name: ",
                  index.folder(), "\\", name);
       continue;
@@ -114,7 +116,7 @@ bool convert(const IndexState& index, Rename rename, std::vector<Renamed>& renam
       continue;
     }
     if (rename(name, unescaped)) {
-      renamed.push_back({name, index_format::key_of(unescaped, 0)});
+      renamed.push_back({std::move(name), std::move(unescaped)});
     } else {
       is_complete = false;
     }
@@ -173,7 +175,7 @@ void STGIndex::migrateInboxRead(const std::string& user) {
     if (has_begun && !watch.has_failed()) {
       steps.run([&] {
         for (const Renamed& each : renamed) {
-          if (!watch.has_withdrawn(each.new_key)) read_list.unescape_line_of(each.from);
+          if (!watch.has_withdrawn(each.to, 0)) read_list.unescape_line_of(each.from);
         }
         read_list.save();
       });

@@ -75,7 +75,8 @@ void ReadList::load() {
   // without a line feed contains no line.
   const auto enter = [this](std::string_view line) {
     std::string name = name_of(line);
-    if (!name.empty()) m_lines.emplace(std::move(name), line);
+    // The end is the right place in a list that was saved before.
+    if (!name.empty()) m_lines.emplace_hint(m_lines.end(), std::move(name), line);
   };
   const std::string_view all = text.view();
   std::size_t begin = 0;

@@ -386,7 +386,6 @@ class IndexSave {
     m_unknown_left = unknown;
     m_doubtful_left = m_doubtful;
     m_sure_left = m_sure;
-    m_text.clear();
     if (const IndexReading* loaded = m_state.loaded()) m_text.reserve(loaded->text.size() + kRoom);
     m_state.walk([&](std::span<const IndexLine> lines) { write_lines(lines); },
                  [&](std::string_view key, std::string_view stored) { write_entry(key, stored); });
@@ -400,14 +399,13 @@ class IndexSave {
       for (const IndexLine& line : lines) write_entry(line.key, line.stored);
       return;
     }
-    const auto by_key = [](const IndexLine& line, std::string_view key) { return line.key < key; };
-    auto doubtful = std::lower_bound(m_doubtful.begin(), m_doubtful.end(), lines.front().key);
-    for (; doubtful != m_doubtful.end() && !lines.empty(); ++doubtful) {
-      const auto at = std::lower_bound(lines.begin(), lines.end(), *doubtful, by_key);
-      const auto before = static_cast<std::size_t>(at - lines.begin());
+    reaches(m_doubtful_left, lines.front().key);
+    for (std::span<const std::string_view> doubtful = m_doubtful_left;
+         !doubtful.empty() && !lines.empty(); doubtful = doubtful.subspan(1)) {
+      const std::size_t before = IndexState::lines_before(lines, doubtful.front());
       append_as_they_stand(lines.first(before));
       lines = lines.subspan(before);
-      if (lines.empty() || lines.front().key != *doubtful) continue;
+      if (lines.empty() || lines.front().key != doubtful.front()) continue;
       write_entry(lines.front().key, lines.front().stored);
       lines = lines.subspan(1);
     }

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdint>
 #include <exception>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "index/index_format.h"
 #include "index/index_state.h"
 #include "vu_file.h"
 
@@ -46,9 +48,11 @@ class SaveWatch {
 
   /// Whether a save began and did not write. False if there was none.
   bool has_failed() const { return m_has_begun && !m_saved.is_written; }
-  /// Whether the save has withdrawn the entry with this key.
-  bool has_withdrawn(const std::string& key) const {
-    return std::binary_search(m_saved.withdrawn.begin(), m_saved.withdrawn.end(), key);
+  /// Whether the save has withdrawn this entry.
+  bool has_withdrawn(std::string_view logical, std::int32_t timestamp) const {
+    const std::vector<std::string>& all = m_saved.withdrawn;
+    return !all.empty() &&
+           std::binary_search(all.begin(), all.end(), index_format::key_of(logical, timestamp));
   }
 
   /// The instance calls it before its save, with nothing, and after it.
