@@ -63,6 +63,35 @@ TEST_F(IndexCleaning, KeepsTheEntryOfAFileThatIsMadeAgainBeforeTheSave) {
   }
 }
 
+TEST_F(IndexCleaning, KeepsSuchAnEntryAlsoWithoutAListingAndByItsOtherFile) {
+  for (const bool is_listed : {true, false}) {
+    // Both entries are valid by the first file. The second file makes one of them valid again.
+    std::string text = "k.kdc_0000000001/00000009\nk_0000000001/00000009\n";
+    folder.write("00000009");
+    for (int i = 1; i <= 5; ++i) {
+      const std::string stored = "0000000" + std::to_string(i);
+      folder.write(stored + ".kdc");
+      text += "z" + std::to_string(i) + ".kdc_0000000001/" + stored + "\n";
+    }
+    folder.set_index(text);
+    {
+      const auto hook = os::faults::before(
+          Call::open,
+          [&] {
+            folder.write("00000009.kdc");
+            folder.write("00000001.kdc");
+          },
+          2);
+      // The first listing is that of the load.
+      const auto fault = os::faults::fail(Call::list, kRefused, is_listed ? 3 : 2);
+      EXPECT_EQ(clean(0), 7U);
+      EXPECT_EQ(fault.hits(), is_listed ? 0U : 1U);
+    }
+    EXPECT_EQ(folder.index(), "k.kdc_0000000001/00000009\nz1.kdc_0000000001/00000001\n");
+    folder.erase("00000009.kdc");
+  }
+}
+
 TEST_F(IndexCleaning, RemovesWhatIsOlderThanTheLimitAndReportsTheRest) {
   write_aged("00000001.kdc", 10);
   write_aged("00000002.kdc", 2 * kDay);
