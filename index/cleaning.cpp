@@ -235,6 +235,7 @@ std::pair<UtfNames::const_iterator, UtfNames::const_iterator> with_prefix(const 
 /// Removes the orphans: names that neither index accounts for. @p own is the index as the operation
 /// loaded it, @p now is the index as it is now.
 /// @param orphans the names that @p own does not account for.
+/// @param limit not 0: then nothing is swept.
 void sweep_orphans(IndexState& own, const IndexState& now, const vu_utf8string& base,
                    const UtfNames& orphans, Limit limit) {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
@@ -249,7 +250,7 @@ void sweep_orphans(IndexState& own, const IndexState& now, const vu_utf8string& 
     const vu_utf8string path = base + name;
     const std::uint64_t time = time_of(path, limit.use_access_time).value_or(0);
     // Required: compares a point in time with a duration.
-    if (time == 0 || limit.age == 0 || time <= limit.age) continue;
+    if (time == 0 || time <= limit.age) continue;
     if (own.has_unknown_lines() || now.has_unknown_lines()) {
       // The files of unknown entries would be taken for orphans.
       VU_ERROR("STGIndex: orphans stay, for the system does not tell which files the index names: ",

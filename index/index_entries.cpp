@@ -136,7 +136,6 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
   // Required: the save removes the files of the old entry and of the entry that it replaces. Until
   // then readers find both entries, even after an interruption.
   const std::string old_file = index_format::file_name_of(old_key, *old_stored);
-  m_state->file_changes(old_file);
   const std::string folder = m_folder + "\\";
   const bool replaces = _contains(newLogical, newTs);
   std::string replaced_file;

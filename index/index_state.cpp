@@ -111,8 +111,7 @@ IndexState::NameMap IndexState::by_stored_name() const {
 
 const IndexLine* IndexState::unknown_line(const std::string& key) const {
   if (!has_unknown_lines() || find(key)) return nullptr;
-  const auto has_key = [&](const Entry& entry) { return entry.first == key; };
-  if (std::any_of(m_erased.begin(), m_erased.end(), has_key)) return nullptr;
+  if (std::find(m_erased.begin(), m_erased.end(), key) != m_erased.end()) return nullptr;
   const auto it = std::find_if(
       m_loaded->reading.lines.begin(), m_loaded->reading.lines.end(),
       [&](const IndexLine& line) { return line.state == LineState::kUnknown && line.key == key; });
@@ -158,7 +157,7 @@ IndexState::Taken IndexState::take(std::string_view key) {
   const std::size_t by_key = change_of_key(key);
   const std::string_view stored = *m_by_key[by_key].value;
   const std::size_t by_stored_name = change_of_stored_name(stored);
-  m_erased.emplace_back(m_by_key[by_key].name, stored);
+  m_erased.push_back(m_by_key[by_key].name);
   return take_out(by_key, by_stored_name);
 }
 

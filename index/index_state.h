@@ -246,9 +246,9 @@ class IndexState {
   std::shared_ptr<std::pmr::monotonic_buffer_resource> m_texts;
   Changes m_by_key;
   Changes m_by_stored_name;
-  std::vector<Entry> m_erased;
-  std::vector<Making> m_makings;  // Changes::Change::making is a position
-  std::string m_dependent;        // see keep_only_with_others(); empty if there is none
+  std::vector<std::string_view> m_erased;  ///< keys of take(), also of those that were put back
+  std::vector<Making> m_makings;           // Changes::Change::making is a position
+  std::string m_dependent;                 // see keep_only_with_others(); empty if there is none
   std::map<std::string, IfItStays, std::less<>> m_files_to_remove;
   FileSet m_changed;  // positions in the listing
   FileSet m_gone;     // positions in the listing

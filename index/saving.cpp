@@ -240,9 +240,8 @@ class IndexSave {
   /// memory: entries that the operation removed, and dangling entries. Their files may exist now.
   void merge_what_was_dropped(const IndexReading& loaded) {
     std::vector<const IndexLine*> dropped;
-    for (const auto& [key, stored] : m_state.m_erased) {
-      const IndexLine* const line = m_state.loaded_entry(key);
-      if (line != nullptr && line->stored == stored) dropped.push_back(line);
+    for (const std::string_view key : m_state.m_erased) {
+      if (const IndexLine* const line = m_state.loaded_entry(key)) dropped.push_back(line);
     }
     if (loaded.missing != 0) {
       for (const IndexLine& line : loaded.lines) {
@@ -260,7 +259,8 @@ class IndexSave {
 
     m_is_listed = m_is_listed || dropped.size() > kAskedSingly;
     for (const IndexLine* const line : dropped) {
-      if (is_gone_still(*line)) continue;
+      // A rename that failed has put its entry back.
+      if (is_mine(*line) || is_gone_still(*line)) continue;
       const LineState state = judge(line->key, line->stored);
       if (state == LineState::kValid) merge_entry(*line);
       if (state == LineState::kUnknown) m_unknown.push_back(*line);
@@ -282,10 +282,10 @@ class IndexSave {
            !is_shown(m_state.files().name_of(line.file));
   }
 
+  /// Takes over a valid line that is not the same in memory.
   void merge_entry(const IndexLine& line) {
     VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
     const auto mine = m_state.find(line.key);
-    if (mine == line.stored) return;
     if (mine) {
       // Another process may have removed this entry since the load and created it again. If the
       // file of the line in memory is gone, the new line wins. If it is unknown, both lines stay.
