@@ -142,10 +142,13 @@ void LockedFile::replace_lines(std::vector<NewLines>& all) {
       if (staged[i].write()) written.push_back(i);
     }
     if (written.empty()) break;
-    const bool at_once = written.size() >= sys::kManyFlushes &&
-                         sys::flush_file_system(all[written.front()].file->m_path).ok();
-    for (const std::size_t i : written)
-      staged[i].flushed(at_once ? os::Status() : all[i].file->flush());
+    std::vector<std::string> paths;
+    for (const std::size_t i : written) paths.push_back(all[i].file->m_path);
+    const std::vector<bool> is_flushed = sys::flush_file_systems(paths);
+    for (std::size_t n = 0; n < written.size(); ++n) {
+      const std::size_t i = written[n];
+      staged[i].flushed(is_flushed[n] ? os::Status() : all[i].file->flush());
+    }
   }
   for (std::size_t i = 0; i < all.size(); ++i) {
     const replacement::Outcome& outcome = staged[i].outcome();

@@ -117,12 +117,11 @@ class QuietFile {
 /// changes nothing. No user may change a read-only file.
 os::Status probe_writable(const std::string& path);
 
-/// Flushes all files of the file system that contains @p path, if the system can do that.
-os::Status flush_file_system(const std::string& path);
-/// For this number of files or more, one flush of the file system costs less than separate flushes.
-inline constexpr std::size_t kManyFlushes = 5;
-/// Flushes files, and the names in folders if the system keeps those separately. For many files it
-/// flushes their file system once, if the system can do that.
+/// Flushes each file system that contains many of the files, if the system can do that.
+/// @return for each file whether its file system was flushed.
+std::vector<bool> flush_file_systems(const std::vector<std::string>& paths);
+/// Flushes files, and the names in folders if the system keeps those separately. For many files of
+/// one file system it flushes that once, if the system can do that.
 os::Status flush_files(const std::vector<std::string>& files,
                        const std::vector<std::string>& folders);
 

@@ -14,6 +14,7 @@
 #include <clocale>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -138,6 +139,25 @@ bool locks_of_process(const std::string& process, const std::string& prefix,
     locks.push_back(std::move(lock));
   }
   return true;
+}
+
+// ---- flushing ----------------------------------------------------------------------------------
+
+/// For this number of files or more, one flush of the file system costs less than separate flushes.
+constexpr std::size_t kManyFlushes = 5;
+
+/// Flushes all files of the file system that contains @p path.
+bool flush_file_system(const std::string& path) {
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
+  return file.valid() && ::syncfs(file.get()) == 0;
+}
+
+Status flush_names(const std::string& path) {
+  const Descriptor folder(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_DIRECTORY));
+  if (!folder.valid()) return fail(errno);
+  // Some file systems refuse this: names need no flush there.
+  if (::fsync(folder.get()) != 0 && errno != EINVAL && errno != ENOTSUP) return fail(errno);
+  return {};
 }
 
 // ---- file systems ------------------------------------------------------------------------------
@@ -302,23 +322,30 @@ Status replace_file(const std::string& from, const std::string& to) {
   return result_of(::rename(from.c_str(), to.c_str()));
 }
 
-Status flush_file_system(const std::string& path) {
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY));
-  return file.valid() && ::syncfs(file.get()) == 0 ? Status() : fail(errno);
+std::vector<bool> flush_file_systems(const std::vector<std::string>& paths) {
+  std::vector<bool> flushed(paths.size(), false);
+  if (paths.size() < kManyFlushes) return flushed;
+  // An area or an owner's folder can be a mount of its own.
+  std::map<::dev_t, std::vector<std::size_t>> by_device;
+  for (std::size_t i = 0; i < paths.size(); ++i) {
+    if (const auto info = posix::info_of(paths[i].c_str())) by_device[info->st_dev].push_back(i);
+  }
+  for (const auto& [device, files] : by_device) {
+    if (files.size() < kManyFlushes) continue;
+    const bool is_flushed = flush_file_system(paths[files.front()]);
+    for (const std::size_t i : files) flushed[i] = is_flushed;
+  }
+  return flushed;
 }
 
 Status flush_files(const std::vector<std::string>& files, const std::vector<std::string>& folders) {
-  if (files.size() + folders.size() >= kManyFlushes &&
-      flush_file_system(files.empty() ? folders.front() : files.front()).ok())
-    return {};
-  for (const std::string& path : files) {
-    if (const Status flushed = os::flush_file(path); !flushed.ok()) return flushed;
-  }
-  for (const std::string& path : folders) {
-    const Descriptor folder(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_DIRECTORY));
-    if (!folder.valid()) return fail(errno);
-    // Some file systems refuse this: names need no flush there.
-    if (::fsync(folder.get()) != 0 && errno != EINVAL && errno != ENOTSUP) return fail(errno);
+  std::vector<std::string> paths = files;
+  paths.insert(paths.end(), folders.begin(), folders.end());
+  const std::vector<bool> is_flushed = flush_file_systems(paths);
+  for (std::size_t i = 0; i < paths.size(); ++i) {
+    if (is_flushed[i]) continue;
+    const Status flushed = i < files.size() ? os::flush_file(paths[i]) : flush_names(paths[i]);
+    if (!flushed.ok()) return flushed;
   }
   return {};
 }

@@ -16,7 +16,15 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+
+#include <cerrno>
+#include <deque>
+#include <filesystem>
+
+#include "client/admin/locked_file.h"
 #endif
 #if !defined(_WIN32)
 #include <unistd.h>
@@ -199,6 +207,112 @@ TEST(AdminSystem, FindsWhoHoldsALock) {
 }
 
 #if defined(__linux__)
+namespace {
+
+/// What the code under test has flushed: file systems as a whole, and single files.
+struct Flushes {
+  std::vector<::dev_t> systems;
+  std::vector<::ino_t> files;
+};
+Flushes* g_flushes = nullptr;
+
+struct ::stat info_of(int file) {
+  struct ::stat info = {};
+  ::fstat(file, &info);
+  return info;
+}
+
+}  // namespace
+
+// Replace the functions of the C library, so that a test sees each call.
+extern "C" int syncfs(int file) noexcept {
+  if (g_flushes != nullptr) g_flushes->systems.push_back(info_of(file).st_dev);
+  return static_cast<int>(::syscall(SYS_syncfs, file));
+}
+extern "C" int fsync(int file) {
+  if (g_flushes != nullptr) g_flushes->files.push_back(info_of(file).st_ino);
+  return static_cast<int>(::syscall(SYS_fsync, file));
+}
+
+/// A tree on two file systems: the folder of the test and a second one.
+class AdminTwoFileSystems : public testing::Test {
+ protected:
+  void SetUp() override {
+    make_files(system_form(m_scratch.path()));
+    m_away = "/dev/shm/vu_admin_" + std::to_string(::getpid());
+    std::error_code error;
+    std::filesystem::create_directory(m_away, error);
+    if (error || stat_of(m_away).st_dev == stat_of(m_paths.front()).st_dev)
+      GTEST_SKIP() << "there is no second file system";
+    make_files(m_away);
+    g_flushes = &m_flushes;
+  }
+  void TearDown() override {
+    g_flushes = nullptr;
+    std::error_code error;
+    std::filesystem::remove_all(m_away, error);
+  }
+
+  static struct ::stat stat_of(const std::string& path) {
+    struct ::stat info = {};
+    EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
+    return info;
+  }
+  /// Whether a flush of its own or one of its file system has reached each file.
+  void expect_all_flushed() const {
+    for (const std::string& path : m_paths) {
+      const struct ::stat info = stat_of(path);
+      EXPECT_EQ(std::ranges::count(m_flushes.systems, info.st_dev) +
+                    std::ranges::count(m_flushes.files, info.st_ino),
+                1)
+          << path;
+    }
+  }
+
+  const scratch_folder m_scratch;
+  std::string m_away;
+  std::vector<std::string> m_paths;
+  Flushes m_flushes;
+
+ private:
+  void make_files(const std::string& folder) {
+    for (int i = 0; i < 5; ++i) {
+      m_paths.push_back(admin::sys::join(folder, std::to_string(i)));
+      write_file(m_paths.back(), "old");
+    }
+  }
+};
+
+TEST_F(AdminTwoFileSystems, AreBothFlushedForManyFiles) {
+  ASSERT_TRUE(admin::sys::flush_files(m_paths, {}).ok());
+  EXPECT_EQ(m_flushes.systems.size(), 2U);
+  expect_all_flushed();
+}
+
+TEST_F(AdminTwoFileSystems, AFewFilesOnTheSecondOneAreFlushedOneByOne) {
+  m_paths.resize(6);
+  ASSERT_TRUE(admin::sys::flush_files(m_paths, {m_away}).ok());
+  EXPECT_EQ(m_flushes.systems.size(), 1U);
+  EXPECT_EQ(m_flushes.files.size(), 2U);
+  expect_all_flushed();
+}
+
+TEST_F(AdminTwoFileSystems, EachIndexIsOnItsDeviceBeforeItsSecondWrite) {
+  m_paths.resize(6);
+  std::deque<admin::LockedFile> files(m_paths.size());
+  std::vector<admin::LockedFile::NewLines> all;
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    ASSERT_TRUE(files[i].open(m_paths[i], admin::LockedFile::For::kChanging, {}).ok());
+    all.push_back({&files[i], "old", "other", {}});
+  }
+  admin::LockedFile::replace_lines(all);
+  for (const auto& each : all) EXPECT_TRUE(each.status.ok());
+  // The first flush is that of the copies. The last file is alone on its file system.
+  ASSERT_FALSE(m_flushes.files.empty());
+  EXPECT_EQ(m_flushes.files.front(), stat_of(m_paths.back()).st_ino);
+  EXPECT_EQ(m_flushes.files.size(), m_flushes.systems.size());
+}
+
 /// The exit code if the system does not allow new namespaces, for example in a container.
 constexpr int kNoNamespaces = 100;
 
