@@ -407,9 +407,11 @@ class FileCopy {
   }
 
   /// Removes an incomplete copy, unless another file has its name now. Through a link it removes
-  /// the file, not the link. The file is still locked, so that nobody has written it since.
+  /// the file, not the link. The file is still locked, so that nobody has written it since. It is
+  /// cut first: a reader that waits for the lock must not take a part of it for the whole.
   void remove_half_copy() const {
     const ErrnoKeeper keeper;
+    static_cast<void>(uninterrupted([&] { return ::ftruncate(m_target.get(), 0); }));
     std::array<char, PATH_MAX> room;  // not from the heap, which may be exhausted
     const char* const path = ::realpath(m_to.c_str(), room.data());
     if (path == nullptr) return;

@@ -571,6 +571,14 @@ TEST_F(OsLinuxCopy, RemovesAnIncompleteTargetBeforeAnotherCanLockIt) {
   }));
 }
 
+TEST_F(OsLinuxCopy, ThatFailsLeavesNoBytesToAReaderThatWaitsForTheTarget) {
+  write_file(m_to, "old");
+  OpenFile reader(m_to, Access::kReadExisting);
+  EXPECT_SILENT_CHILD(copy_fails_without({{SYS_utimensat, EIO}}, EIO));
+  EXPECT_FALSE(file_exists(m_to));
+  EXPECT_EQ(reader.read(1), "");
+}
+
 TEST_F(OsLinuxCopy, ThatFailsLeavesAnotherFileThatGotItsName) {
   write_file(m_to, "old");
   EXPECT_SILENT_CHILD(in_child_without({{SYS_utimensat, EIO}}, [&] {
