@@ -518,6 +518,30 @@ TEST(OsLinuxLeases, ACopyWaitsForThemAsAnOpenDoes) {
   EXPECT_EQ(file.read(3), "new");
 }
 
+TEST(OsLinuxLeases, AnOpenGoesOnWaitingAfterASignal) {
+  const scratch_folder scratch;
+  write_file(scratch.path("file"), "content");
+  struct ::sigaction quiet = {};
+  struct ::sigaction before = {};
+  quiet.sa_handler = [](int) {};
+  ASSERT_EQ(::sigaction(SIGUSR1, &quiet, &before), 0);
+  const Lease lease(scratch.path("file"));
+  const ::pthread_t opener = ::pthread_self();
+  std::thread signals([&] {
+    for (int i = 0; i < 10; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      ::pthread_kill(opener, SIGUSR1);
+    }
+  });
+  {
+    OpenFile file(scratch.path("file"), Access::kReadExisting);
+    EXPECT_EQ(file.read(7), "content");
+  }
+  signals.join();
+  ::sigaction(SIGUSR1, &before, nullptr);
+  if (!lease.is_taken()) GTEST_SKIP() << "this file system has no leases";
+}
+
 }  // namespace
 
 #endif
