@@ -1,6 +1,7 @@
 #include "file/file_internal.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -109,7 +110,7 @@ bool getFileStat(const vu_utf8string& path, os::FileStat& result, bool alreadyLo
   const os::Status status =
       is_plain(path.str()) ? ask(path.str()) : ask(path_to_ask(path, alreadyLong));
   if (status.ok()) return true;
-  if (status.failure() == os::Failure::kNotFound) {
+  if (status.code() == ENOENT) {
     VU_WARNING(path, ": doesn't exists");  // sic
   } else {
     VU_ERROR(path, ": can't stat");

@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <optional>
 #include <utility>
 
@@ -23,7 +24,7 @@ os::FileStat describe(const trace::Scope& operation, const std::string& path, os
   os::FileStat found;
   const os::Status status = os::stat(os::Path(path).in(parent), found, links);
   if (status.ok()) return found;
-  if (status.failure() == os::Failure::kNotFound) {
+  if (status.code() == ENOENT) {
     VU_WARNING_IN(operation, "vu_file::is_dir : '", path, "' not exists");
   } else {
     VU_ERROR_IN(operation, "vu_file::is_dir '", path, "': Problem getting information");
@@ -138,7 +139,7 @@ std::int64_t vu_file::access_time(const std::string& path) {
   os::FileStat found;
   const os::Status status = os::stat(path, found);
   if (status.ok()) return found.access_time;
-  if (status.failure() == os::Failure::kNotFound) {
+  if (status.code() == ENOENT) {
     VU_WARNING("vu_file::access_time : '", path, "' not exists");
   } else {
     VU_ERROR("vu_file::access_time '", path, "': Problem getting information");
@@ -151,7 +152,7 @@ std::int64_t vu_file::modify_time(const std::string& path) {
   os::FileStat found;
   const os::Status status = os::stat(path, found);
   if (status.ok()) return found.modify_time;
-  if (status.failure() == os::Failure::kNotFound) {
+  if (status.code() == ENOENT) {
     VU_WARNING("vu_file::modify_time : '", path, "' not exists");
   } else {
     VU_ERROR("vu_file::modify_time '", path, "': Problem getting information");
@@ -165,7 +166,7 @@ int vu_file::size(const std::string& path) {
   const os::Status status = os::stat(path, found);
   // Required: the low 32 bits. A file of 2 GB or more has a negative or much too small size.
   if (status.ok()) return static_cast<std::int32_t>(static_cast<std::uint32_t>(found.size));
-  if (status.failure() == os::Failure::kNotFound) {
+  if (status.code() == ENOENT) {
     VU_WARNING("vu_file::size : '", path, "' not exists");
   } else {
     VU_ERROR("vu_file::size '", path, "': Problem getting information");

@@ -300,7 +300,8 @@ Status probe_search(Path path);
 /// names with "\" or a line feed. @p folder ends in a separator. On a failure nothing is appended.
 Status list(Path folder, Listing& entries);
 /// Describes a file or folder. A separator at the end is dropped first (a root keeps its own); then
-/// only a folder is found.
+/// only a folder is found. On Windows the code is that of the C runtime: ENOENT after all failures
+/// that it does not distinguish. Only Failure::kNotFound means that nothing has the name.
 Status stat(Path path, FileStat& result, Links links = Links::kFollow);
 
 /// Whether two paths lead to one file or folder, for example by a link. Fails if one of them cannot

@@ -265,12 +265,18 @@ Status stat_trimmed(const wchar_t* path, FileStat& result, Links links) {
   }
   struct _stat64 data {};
   const Status status = result_of_runtime(_wstat64(path, &data));
-  // Older runtimes treat the "?" of the prefix as a pattern. Some refuse the root of a share.
-  if (!status.ok() && get_attributes(path, attributes)) {
-    result = stat_from(attributes);
-    return {};
+  if (!status.ok()) {
+    // Older runtimes treat the "?" of the prefix as a pattern. Some refuse the root of a share.
+    if (get_attributes(path, attributes)) {
+      result = stat_from(attributes);
+      return {};
+    }
+    // The runtime's code is that of a missing file after every failure, also if a share does not
+    // answer. The meaning is the system's.
+    const Failure reason = no_answer(GetLastError()).failure();
+    const bool is_missing = reason == Failure::kNotFound || reason == Failure::kNoName;
+    return is_missing ? status : Status(status.code(), Failure::kOther);
   }
-  if (!status.ok()) return status;
   result.access_time = data.st_atime;
   result.modify_time = data.st_mtime;
   result.is_directory = (data.st_mode & _S_IFMT) == _S_IFDIR;

@@ -328,6 +328,18 @@ TEST(OsStat, WhateverIsMissingHasOneCode) {
   }
 }
 
+#if defined(_WIN32)
+TEST(OsStat, AShareThatDoesNotAnswerIsNoMissingFile) {
+  const std::string path = R"(\\no-such-server\share\file)";
+  os::FileStat data;
+  for (const os::Status& status : {os::stat(path, data), os::stat(wide(path), data)}) {
+    EXPECT_EQ(status.failure(), Failure::kOther);
+    // The layer above chooses its trace by the code of the C runtime.
+    EXPECT_EQ(status.code(), ENOENT);
+  }
+}
+#endif
+
 TEST(OsStat, LeavesTheResultAloneWhenItFails) {
   const scratch_folder scratch;
   os::FileStat data;
