@@ -150,10 +150,9 @@ void QuietFile::close() {
 
 Status QuietFile::try_lock() {
   OVERLAPPED whole{};
-  if (LockFileEx(handle_of(m_file), LOCKFILE_FAIL_IMMEDIATELY, 0, MAXDWORD, MAXDWORD, &whole))
-    return {};
-  const DWORD code = GetLastError();
-  return fail(code == ERROR_IO_PENDING ? ERROR_LOCK_VIOLATION : code);
+  const bool is_locked = LockFileEx(handle_of(m_file), LOCKFILE_FAIL_IMMEDIATELY, 0, MAXDWORD,
+                                    MAXDWORD, &whole) != FALSE;
+  return is_locked ? Status() : fail(GetLastError());
 }
 
 Status QuietFile::read(char* to, std::size_t count, std::size_t& done) {

@@ -42,6 +42,7 @@ Status windows::fail(std::uint32_t code) {
     case ERROR_ENVVAR_NOT_FOUND: return {number, Failure::kNotFound};
     case ERROR_ALREADY_EXISTS:
     case ERROR_FILE_EXISTS: return {number, Failure::kAlreadyExists};
+    case ERROR_IO_PENDING:  // a lock request that may not wait is refused with either of the two
     case ERROR_LOCK_VIOLATION: return {number, Failure::kLocked};
     case ERROR_INVALID_NAME:
     case ERROR_BAD_PATHNAME:

@@ -19,6 +19,9 @@
 #include <vector>
 
 #include "platform/os/os.h"
+#if defined(_WIN32)
+#include "platform/os/windows_results.h"
+#endif
 #include "tests/support/scratch.h"
 #include "tests/unit/test_kit.h"
 
@@ -337,6 +340,13 @@ TEST(OsStat, AShareThatDoesNotAnswerIsNoMissingFile) {
     // The layer above chooses its trace by the code of the C runtime.
     EXPECT_EQ(status.code(), ENOENT);
   }
+}
+
+TEST(OsFailures, ALockRequestThatWouldHaveToWaitIsRefused) {
+  constexpr std::uint32_t kLockViolation = 33;
+  constexpr std::uint32_t kPending = 997;
+  for (const std::uint32_t code : {kLockViolation, kPending})
+    EXPECT_EQ(os::windows::fail(code).failure(), Failure::kLocked) << code;
 }
 #endif
 
