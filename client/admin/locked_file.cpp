@@ -89,7 +89,10 @@ os::Status LockedFile::open(const std::string& path, For purpose, const sys::Loc
   m_purpose = purpose;
   const sys::Kind kind = sys::describe(path).kind;
   if (kind == sys::Kind::kMissing && purpose != For::kCreating) return kNotFound;
-  if (kind != sys::Kind::kMissing && kind != sys::Kind::kFile) return kNoPlainFile;
+  // If the system cannot tell, the open below fails with the reason.
+  const bool may_be_file =
+      kind == sys::Kind::kMissing || kind == sys::Kind::kFile || kind == sys::Kind::kUnknown;
+  if (!may_be_file) return kNoPlainFile;
   const bool reads = purpose == For::kReading;
   const os::Status opened =
       OpenFile::open(path, reads ? os::Access::kReadExisting : os::Access::kReadWriteCreate);

@@ -90,6 +90,10 @@ class FileVisitor final : public Visitor {
 
   void count(std::string_view name, const sys::Info& info, Sum& expected) {
     if (info.kind == sys::Kind::kMissing) return;
+    if (info.kind == sys::Kind::kUnknown) {
+      ++m_stats.failures;
+      return;
+    }
     const bool is_index = index_format::is_index_file(name);
     Sum& kind = is_unfinished(name)                           ? m_stats.unfinished
                 : is_index && &expected == &m_stats.documents ? m_stats.indexes

@@ -122,7 +122,8 @@ Obstacle obstacle_of_file(Obstacle::Kind what, const std::string& path) {
   const sys::Kind kind = sys::describe(path).kind;
   Obstacle found{what, path, ""};
   if (kind == sys::Kind::kMissing) return found;
-  const os::Status status = kind == sys::Kind::kFile ? sys::probe_writable(path) : kNoPlainFile;
+  const bool may_be_file = kind == sys::Kind::kFile || kind == sys::Kind::kUnknown;
+  const os::Status status = may_be_file ? sys::probe_writable(path) : kNoPlainFile;
   if (!status.ok()) found.why = why_not_writable(path, status);
   return found;
 }

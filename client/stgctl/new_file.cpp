@@ -13,8 +13,11 @@ std::string parent_of(const std::string& path) { return from_path(to_path(path).
 
 /// The path, or its nearest parent that exists: the system resolves links only in such a path.
 std::string existing_part(fs::path path) {
-  while (path.has_relative_path() && sys::describe(from_path(path)).kind == sys::Kind::kMissing)
-    path = path.parent_path();
+  const auto exists = [&path] {
+    const sys::Kind kind = sys::describe(from_path(path)).kind;
+    return kind != sys::Kind::kMissing && kind != sys::Kind::kUnknown;
+  };
+  while (path.has_relative_path() && !exists()) path = path.parent_path();
   return from_path(path);
 }
 
@@ -39,6 +42,8 @@ void check_outside_tree(Context& context, const std::string& path) {
 
 bool is_file_at(const std::string& path) {
   const sys::Kind there = sys::describe(path).kind;
+  if (there == sys::Kind::kUnknown)
+    refuse("{} cannot be examined; name another place", shown(path));
   if (there != sys::Kind::kMissing && there != sys::Kind::kFile)
     refuse("{} is not a plain file; name another place", shown(path));
   return there == sys::Kind::kFile;

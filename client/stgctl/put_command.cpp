@@ -146,6 +146,7 @@ class Planner {
         return add_folder(source);
       case sys::Kind::kMissing: return leave_out(source, "there is no such file");
       case sys::Kind::kLink: return leave_out(source, "it is a link; name its target");
+      case sys::Kind::kUnknown: return leave_out(source, "the system cannot examine it");
       default: return leave_out(source, "it is not a plain file");
     }
   }

@@ -91,8 +91,10 @@ void remove_version(Context& context, const FoundEntry& entry, bool with_key_lin
   } else {
     STGIndex::remove(entry.folder.path, entry.name, entry.timestamp);
   }
-  if (sys::describe(entry.path()).kind != sys::Kind::kMissing)
-    fail("its file could not be removed{}", context.trouble());
+  const sys::Kind left = sys::describe(entry.path()).kind;
+  if (left == sys::Kind::kUnknown)
+    fail("the system cannot tell whether its file is removed{}", context.trouble());
+  if (left != sys::Kind::kMissing) fail("its file could not be removed{}", context.trouble());
   if (has_line(context, entry))
     fail("its file is removed, but its entry is still in the index{}", context.trouble());
   parts.remove({entry.file});

@@ -37,11 +37,12 @@ inline constexpr bool kIgnoresCase = false;
 inline constexpr std::size_t kNameLimit = 255;
 
 enum class Kind : std::uint8_t {
-  kMissing,
+  kMissing,  ///< no file has this name
   kFile,
   kFolder,
-  kLink,   ///< whatever its target is
-  kOther,  ///< a device, a pipe
+  kLink,     ///< whatever its target is
+  kOther,    ///< a device, a pipe
+  kUnknown,  ///< the system cannot tell, for example after a failure of the device
 };
 
 /// A file or folder. Times in seconds since 1970-01-01 UTC, size in bytes.
@@ -87,6 +88,13 @@ class Folder {
   std::unique_ptr<Part> m_part;
   os::Status m_status;
 };
+
+/// What a failed query shows: only some failures mean that no file has the name.
+inline Kind kind_after(const os::Status& failed) {
+  const bool is_missing =
+      failed.failure() == os::Failure::kNotFound || failed.failure() == os::Failure::kNoName;
+  return is_missing ? Kind::kMissing : Kind::kUnknown;
+}
 
 /// Describes what a path names; does not follow a link in its last component.
 Info describe(const std::string& path);

@@ -57,8 +57,11 @@ Kind kind_of_type(unsigned char type) {
 
 Info describe_at(int folder, const char* name) {
   struct ::stat found {};
-  if (::fstatat(folder, name, &found, AT_SYMLINK_NOFOLLOW) != 0) return {};
   Info info;
+  if (::fstatat(folder, name, &found, AT_SYMLINK_NOFOLLOW) != 0) {
+    info.kind = kind_after(posix::no_answer(errno));
+    return info;
+  }
   info.kind = kind_of(found.st_mode);
   info.is_read_only = info.kind == Kind::kFile && !(found.st_mode & S_IWUSR);
   info.size = static_cast<std::uint64_t>(found.st_size);

@@ -118,8 +118,13 @@ Info Folder::describe(const Entry&) { return info_from(m_part->found); }
 
 Info describe(const std::string& path) {
   WIN32_FILE_ATTRIBUTE_DATA found{};
-  if (!GetFileAttributesExA(reachable(path).c_str(), GetFileExInfoStandard, &found)) return {};
-  return info_from(found);
+  if (GetFileAttributesExA(reachable(path).c_str(), GetFileExInfoStandard, &found))
+    return info_from(found);
+  const DWORD code = GetLastError();
+  Info info;
+  // A plain file on the way to a name has a code of its own.
+  if (code != ERROR_DIRECTORY) info.kind = kind_after(fail(code));
+  return info;
 }
 
 // ---- files -------------------------------------------------------------------------------------

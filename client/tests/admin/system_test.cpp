@@ -313,6 +313,25 @@ TEST_F(AdminTwoFileSystems, EachIndexIsOnItsDeviceBeforeItsSecondWrite) {
   EXPECT_EQ(m_flushes.files.size(), m_flushes.systems.size());
 }
 
+TEST(AdminSystem, DoesNotCallAFileMissingThatItCannotDescribe) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs to change the user";
+  const scratch_folder scratch;
+  make_folder(scratch.path("closed"));
+  const std::string path = system_form(scratch.path("closed\\file"));
+  write_file(path, "x");
+  ASSERT_EQ(::chmod(system_form(scratch.path("closed")).c_str(), 0700), 0);
+  constexpr ::uid_t kNobody = 65534;
+  ASSERT_EQ(::seteuid(kNobody), 0);
+  const Kind kind = admin::sys::describe(path).kind;
+  admin::LockedFile file;
+  const os::Status opened = file.open(path, admin::LockedFile::For::kChanging, {});
+  ASSERT_EQ(::seteuid(0), 0);
+  EXPECT_EQ(kind, Kind::kUnknown);
+  EXPECT_EQ(opened.code(), EACCES);
+  EXPECT_EQ(admin::sys::describe(path + "/below").kind, Kind::kMissing);
+  EXPECT_EQ(admin::sys::describe(path + std::string(300, 'x')).kind, Kind::kMissing);
+}
+
 /// The exit code if the system does not allow new namespaces, for example in a container.
 constexpr int kNoNamespaces = 100;
 
