@@ -176,7 +176,7 @@ Descriptor open_once(const char* path, int flags, ::mode_t mode = 0666) {
   const auto open = [&](int more) {
     return ::open(path, flags | more | O_CLOEXEC | O_NOCTTY, mode);
   };
-  const int number = open(O_NONBLOCK);
+  const int number = uninterrupted([&] { return open(O_NONBLOCK); });
   if (number >= 0) {
     Descriptor opened(number);
     // The number was that of a standard stream, and all others are in use. A new file goes again.
