@@ -1,6 +1,8 @@
 #include "api/in_place.h"
 
+#include <cstddef>
 #include <list>
+#include <memory>
 #include <set>
 #include <string>
 
@@ -15,6 +17,8 @@
 
 namespace api {
 namespace {
+
+constexpr const char* kLockedSource = "a writer has locked the file";
 
 /// A locked category file, with its text after the removal of a line.
 struct Category {
@@ -102,29 +106,62 @@ bool find_or_create_anywhere(const Address& address, Place& place) {
 
 }  // namespace
 
-void check_source(const std::string& path, const Address& address) {
-  const auto check = [&](const os::Status& status, const char* text) {
-    if (!status.ok()) throw Refusal{VU_FAILED, text, told_path(path), status.code()};
-  };
-  os::Handle handle = os::kNoHandle;
-  const os::Status opened = os::open(path, os::Access::kReadExisting, handle);
+SourceFile::SourceFile(const std::string& path, const Address& address) : m_path(path) {
+  const os::Status opened = os::open(path, os::Access::kReadExisting, m_handle);
   if (opened.failure() == os::Failure::kNotFound)
     throw Refusal{VU_NOTHING_MATCHED, "there is no such file", told_path(path)};
   check(opened, "the file cannot be opened");
+  try {
+    check(lock_at_once(), kLockedSource);
+    static_cast<void>(os::unlock(m_handle));
+    Place target;
+    if (!find(address, target)) return;
+    bool is_same = false;
+    const os::Status compared = os::same_file(path, target.path(), is_same);
+    // If the version is gone now, nothing can be lost.
+    if (compared.failure() != os::Failure::kNotFound)
+      check(compared, "the file cannot be compared");
+    if (is_same)
+      throw Refusal{VU_FAILED, "the file is that of the version itself", told_path(path)};
+  } catch (...) {
+    static_cast<void>(os::close(m_handle));
+    throw;
+  }
+}
+
+SourceFile::~SourceFile() { static_cast<void>(os::close(m_handle)); }
+
+os::Status SourceFile::lock_at_once() const {
   vu_file_base::lock_desc_t lock{};
-  // Required: released again before the version is locked. Of two programs that copy one version
-  // over the other, each would wait for the other one.
-  const os::Status locked =
-      os::lock(handle, {os::kLockFailAtOnce, 0, 0xFFFFFFFFU, 0xFFFFFFFFU, lock.region});
-  static_cast<void>(os::close(handle));
-  check(locked, "a writer has locked the file");
-  Place target;
-  if (!find(address, target)) return;
-  bool is_same = false;
-  const os::Status compared = os::same_file(path, target.path(), is_same);
-  // If the version is gone now, nothing can be lost.
-  if (compared.failure() != os::Failure::kNotFound) check(compared, "the file cannot be compared");
-  if (is_same) throw Refusal{VU_FAILED, "the file is that of the version itself", told_path(path)};
+  return os::lock(m_handle, {os::kLockFailAtOnce, 0, 0xFFFFFFFFU, 0xFFFFFFFFU, lock.region});
+}
+
+void SourceFile::check(const os::Status& status, const char* text) const {
+  if (!status.ok()) throw Refusal{VU_FAILED, text, told_path(m_path), status.code()};
+}
+
+bool SourceFile::copy_to(vu_file& version) const {
+  constexpr std::size_t kRoom = std::size_t{1} << 18U;
+  try {
+    check(lock_at_once(), kLockedSource);
+    const std::unique_ptr<char[]> buffer(new char[kRoom]);
+    for (;;) {
+      std::size_t size = 0;
+      check(os::read(m_handle, buffer.get(), kRoom, size), "the file cannot be read");
+      if (size == 0) break;
+      if (!write_from(version, {buffer.get(), size})) {
+        version.clear();
+        return false;
+      }
+    }
+    os::CopiedTime time = os::CopiedTime::kKept;
+    check(take_time(version, m_handle, time), "the version cannot get the time of the file");
+    return true;
+  } catch (...) {
+    // A part of a document looks like a document. Nobody takes an empty one for it.
+    version.clear();
+    throw;
+  }
 }
 
 void open_to_write(vu_file& file, const Address& address, bool replaces) {

@@ -181,7 +181,8 @@ class Staged {
 };
 
 void store_in_place(const Address& address, const Source& source) {
-  if (!source.path.empty()) check_source(source.path, address);
+  std::optional<SourceFile> copied;
+  if (!source.path.empty()) copied.emplace(source.path, address);
   vu_file file;
   open_to_write(file, address, true);
   if (!file.is_open()) throw Refusal{VU_FAILED, {}, {}};
@@ -189,12 +190,11 @@ void store_in_place(const Address& address, const Source& source) {
   const bool is_locked = file.is_locked();
   bool is_whole = is_locked && is_opened_anew(address, file);
   const unsigned failures_before = Call::current().failures();
-  if (source.path.empty()) is_whole = is_whole && write_from(file, source.view());
+  if (is_whole) is_whole = copied ? copied->copy_to(file) : write_from(file, source.view());
   file.close();
   if (!is_locked) throw Refusal{VU_FAILED, "the lock was not granted", told_path(path)};
   if (!is_whole || Call::current().failures() != failures_before)
     throw Refusal{VU_FAILED, {}, told_path(path)};
-  if (!source.path.empty()) copy_to_device(source.path, path);
   Call::current().note_change();
 }
 

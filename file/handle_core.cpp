@@ -179,6 +179,10 @@ std::int64_t HandleCore::size() const {
   throw vu_file_except("the system does not tell the size", 0);
 }
 
+os::Status HandleCore::take_time(os::Handle from, os::CopiedTime& time) const {
+  return os::take_time(from, m_state.handle, time);
+}
+
 FileText HandleCore::read_to_end() {
   check_reading_mode();
   // Only a hint: the size in the folder may be older than the last write.
@@ -365,6 +369,11 @@ std::int64_t size_of(vu_file& file) {
 std::size_t read_into(vu_file& file, void* buffer, std::size_t room) {
   VU_FILE_SCOPE();
   return HandleCore(file, vu_trace_scope).read_into(buffer, room);
+}
+
+os::Status take_time(vu_file& file, os::Handle from, os::CopiedTime& time) {
+  VU_FILE_SCOPE();
+  return HandleCore(file, vu_trace_scope).take_time(from, time);
 }
 
 bool write_from(vu_file& file, std::string_view bytes) {

@@ -73,6 +73,7 @@ class HandleCore {
   std::size_t read_into(void* buffer, std::size_t room);
   FileText read_to_end();
   std::int64_t size() const;
+  os::Status take_time(os::Handle from, os::CopiedTime& time) const;
   int write(std::string_view data);
   void seek(int offset, short origin);
   void close() noexcept;
@@ -132,6 +133,8 @@ std::int64_t size_of(vu_file& file);
 /// Reads from the position on into the caller's memory. Returns fewer bytes than @p room only at
 /// the end of the file. @throws vu_file_except like vu_file::read().
 std::size_t read_into(vu_file& file, void* buffer, std::size_t room);
+/// Gives a file that is open for writing the modification time of another open one.
+os::Status take_time(vu_file& file, os::Handle from, os::CopiedTime& time);
 /// Writes from the caller's memory. @return whether all bytes were written; a failure is traced.
 /// @throws vu_file_except like vu_file::write().
 bool write_from(vu_file& file, std::string_view bytes);

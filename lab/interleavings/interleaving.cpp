@@ -97,6 +97,7 @@ void add_handle_call(const SeenCall& call, FootprintBuilder& builder) {
       if (call.is_locked) lock();
       break;
     case Call::size: builder.reads(Aspect::kContent, call.path); break;
+    case Call::take_time: builder.changes(Aspect::kContent, call.path); break;
     case Call::read:
       builder.reads(Aspect::kContent, call.path);
       if (!call.is_locked) builder.reads(Aspect::kLock, call.path);

@@ -279,6 +279,9 @@ Status size(Handle handle, std::uint64_t& bytes);
 /// Reserves space on the device for a file of @p size bytes. The content and the size of the file
 /// do not change. Fails if there is no space. Succeeds on a file system that cannot reserve.
 Status reserve(Handle handle, std::uint64_t size);
+/// Gives an open file the modification time of another one; no later write of this handle changes
+/// it on Windows. A file of another account may refuse it: then @p time is kRefused.
+Status take_time(Handle from, Handle to, CopiedTime& time);
 /// Writes the file's buffers and its times to the device.
 Status flush(Handle handle);
 /// Takes a lock that belongs to this open handle. Handles of one process exclude each other like

@@ -531,6 +531,21 @@ Status reserve(Handle handle, std::uint64_t size) {
   return file ? reserve_space(file->descriptor, static_cast<::off_t>(size)) : fail(EBADF);
 }
 
+Status take_time(Handle from, Handle to, CopiedTime& time) {
+  time = CopiedTime::kKept;
+  const std::optional<HandleTable::File> source = handles().find(from);
+  const std::optional<HandleTable::File> target = handles().find(to);
+  if (!source || !target) return fail(EBADF);
+  FileInfo info{};
+  if (::fstat(source->descriptor, &info) != 0) return fail(errno);
+  const std::array<timespec, 2> times = {timespec{0, UTIME_NOW}, info.st_mtim};
+  if (::futimens(target->descriptor, times.data()) == 0) return {};
+  // Only the owner may set an older time.
+  if (errno != EPERM) return fail(errno);
+  time = CopiedTime::kRefused;
+  return {};
+}
+
 Status flush(Handle handle) {
   const std::optional<HandleTable::File> file = handles().find(handle);
   // Not fdatasync(): the times decide whether a document is up to date.

@@ -20,8 +20,8 @@ namespace {
 
 // clang-format off
 constexpr std::array<const char*, kFunctions + 2> kNames = {
-    "open", "close", "read", "write", "seek", "set_end", "size", "reserve", "flush", "lock",
-    "unlock",
+    "open", "close", "read", "write", "seek", "set_end", "size", "reserve",
+    "take_time", "flush", "lock", "unlock",
     "probe_attributes", "probe_search", "list", "stat", "same_file", "open_folder", "make_writable",
     "create_directory", "remove_directory", "remove_file", "rename", "copy", "flush_file",
     "short_path",

@@ -29,6 +29,7 @@ Status seek(Handle handle, std::int32_t distance, std::int16_t method);
 Status set_end(Handle handle);
 Status size(Handle handle, std::uint64_t& bytes);
 Status reserve(Handle handle, std::uint64_t size);
+Status take_time(Handle from, Handle to, CopiedTime& time);
 Status flush(Handle handle);
 Status lock(Handle handle, const LockRequest& request);
 Status unlock(Handle handle);
@@ -91,6 +92,7 @@ enum class Call : std::uint8_t {
   set_end,
   size,
   reserve,
+  take_time,
   flush,
   lock,
   unlock,

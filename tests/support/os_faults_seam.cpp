@@ -212,6 +212,12 @@ Status reserve(Handle handle, std::uint64_t size) {
                      [&] { return sys::reserve(handle, size); });
 }
 
+Status take_time(Handle from, Handle to, CopiedTime& time) {
+  time = CopiedTime::kKept;
+  return status_call({.call = Call::take_time, .handle = to},
+                     [&] { return sys::take_time(from, to, time); });
+}
+
 Status flush(Handle handle) {
   return status_call({.call = Call::flush, .handle = handle}, [&] {
     return watched(sys::flush(handle), {.call = Call::flush, .handle = handle});

@@ -593,7 +593,7 @@ TEST_F(CInterfaceFaults, ARenameRemovesNothingBeforeTheCopyIsOnTheDevice) {
   to.owner = "bert";
   ASSERT_EQ(put(to, "", 0), VU_DONE);
   write_file(m_scratch.path("storage\\user\\bert\\b.txt"), "BBB");
-  const auto fault = faults::fail(Call::flush_file, kRefused);
+  const auto fault = faults::fail(Call::flush, kRefused);
   EXPECT_EQ(vu_rename(m_store, &m_document, &to, VU_REPLACE), VU_FAILED);
   EXPECT_EQ(fault.hits(), 1U);
   EXPECT_EQ(content(m_document), "old");

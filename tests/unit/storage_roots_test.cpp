@@ -19,8 +19,8 @@
 #include "tests/unit/storage_fixture.h"
 #include "vu_storage.h"
 
-// The initialisation and the getters. Threads: storage_roots_threads_test.cpp. Initialisation by
-// every operation: storage_guard_test.cpp. Folders of owners: storage_folders_test.cpp.
+// The initialisation and the getters. Initialisation by every operation, and by several threads:
+// storage_guard_test.cpp. Folders of owners: storage_folders_test.cpp.
 
 namespace {
 
