@@ -1,6 +1,9 @@
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdint>
+#include <cstdio>
+#include <random>
 #include <string>
 #include <string_view>
 
@@ -146,6 +149,14 @@ std::string narrow(const char* what, std::string_view text, std::uint8_t charact
 }
 
 }  // namespace
+
+std::string staged_name(const std::string& name) {
+  static std::atomic<std::uint32_t> count = 0;
+  std::random_device random;
+  char text[32] = {};
+  std::snprintf(text, sizeof text, "%08x%08x%08x", random(), random(), ++count);
+  return std::string(kStagedPrefix) + text + std::string(index_format::extension_of(name));
+}
 
 STG::RepositoryType type_of(std::int32_t area) {
   switch (area) {

@@ -99,6 +99,8 @@ enum class Version : std::uint8_t {
 Address address_of(const Store& store, const vu_document* document, Version version);
 /// The prefix of the temporary names of versions that are being stored; lists skip them.
 inline constexpr std::string_view kStagedPrefix = ".vu-storing-";
+/// Such a name that no other writer has, with the extension of @p name.
+std::string staged_name(const std::string& name);
 /// A name or path for the caller: UTF-8.
 std::string told_name(std::string_view name);
 /// The same, stored in @p text to reuse its memory.

@@ -1,9 +1,6 @@
-#include <atomic>
 #include <cstdint>
-#include <cstdio>
 #include <exception>
 #include <optional>
-#include <random>
 #include <string>
 #include <string_view>
 
@@ -36,15 +33,6 @@ struct Source {
 
   std::string_view view() const { return {static_cast<const char*>(bytes), size}; }
 };
-
-/// A temporary name that no other writer has, with the extension of @p name.
-std::string staged_name(const std::string& name) {
-  static std::atomic<std::uint32_t> count = 0;
-  std::random_device random;
-  char text[32] = {};
-  std::snprintf(text, sizeof text, "%08x%08x%08x", random(), random(), ++count);
-  return std::string(kStagedPrefix) + text + std::string(index_format::extension_of(name));
-}
 
 void copy_over(const std::string& from, const std::string& to, os::IfExists if_exists) {
   os::CopiedTime time = os::CopiedTime::kKept;

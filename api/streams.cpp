@@ -1,3 +1,4 @@
+#include <cstdint>
 #include <limits>
 #include <memory>
 #include <string>
@@ -9,8 +10,8 @@
 #include "file/handle_core.h"
 #include "file/lock_limit.h"
 #include "platform/os/os.h"
-#include "stg_index.h"
-#include "storage/layout.h"
+#include "storage/roots.h"
+#include "vu_file_except.h"
 #include "vu_storage.h"
 
 // Streams: open files of the storage.
@@ -112,28 +113,116 @@ vu_status open_document(const Store& store, const vu_document* document, std::in
   return VU_DONE;
 }
 
-std::int32_t time_of(const std::string& path) {
-  return static_cast<std::int32_t>(vu_file::modify_time(path));
-}
+constexpr const char* kNoPart = "the part is missing or too old; generate it and write it";
 
-/// Copies a newer preload copy over the part, and opens the part. OpenReadSubPart() does the same,
-/// but does not report that the system refused the copy.
-/// @return false if no preload copy is newer. @throws Refusal, vu_file_except
-bool open_from_preload(vu_file& file, const Place& document, const std::string& rendition,
+/// A part, and the preload copy that is to replace it.
+class Refresh {
+ public:
+  Refresh(const std::string& preload_folder, const std::string& folder, const std::string& part)
+      : m_preload(preload_folder + "\\" + part),
+        m_part(folder + "\\" + part),
+        m_staged(folder + "\\" + staged_name(part)) {}
+  ~Refresh() {
+    // After a rename there is no such file.
+    if (m_is_staged) static_cast<void>(os::remove_file(m_staged));
+  }
+  Refresh(const Refresh&) = delete;
+  Refresh& operator=(const Refresh&) = delete;
+
+  /// Replaces the part. Does nothing if it is not older than the preload copy any more.
+  ///
+  /// Required: by a whole copy that is on the device, not by a copy over the part. An interruption
+  /// would leave the beginning of such a copy, with the time of the interruption. Readers would
+  /// take it for up to date for ever. Until the part has its new file it is missing: then the next
+  /// reader refreshes it.
+  /// @throws Refusal if the system refuses a step
+  void run() {
+    const os::Status copied =
+        os::copy(m_preload, m_staged, os::IfExists::kFail, nullptr, os::Flushed::kYes);
+    check(copied);
+    m_is_staged = true;
+    // A part that is read-only like its preload copy could never be refreshed again.
+    static_cast<void>(os::make_writable(m_staged));
+    if (!remove_old()) return;
+    const os::Status renamed = os::rename(m_staged, m_part);
+    // Another program has just written or refreshed the part.
+    if (renamed.failure() != os::Failure::kAlreadyExists) check(renamed);
+    m_is_staged = !renamed.ok();
+  }
+
+ private:
+  /// Removes the old part, unless another program is using it. @return false if it is not older
+  /// than the preload copy any more.
+  bool remove_old() const {
+    os::Status locked;
+    os::Status removed;
+    {
+      // Required: closed before the check of the removal. On Windows the name can stay until then.
+      const OldPart old(m_part);
+      if (old.opened.failure() == os::Failure::kNotFound) return true;
+      check(old.opened);
+      locked = old.lock();
+      if (time_of(m_part) >= time_of(m_preload)) return false;
+      if (locked.failure() != os::Failure::kLocked) removed = os::remove_file(m_part);
+    }
+    if (locked.failure() == os::Failure::kLocked) check(locked);
+    if (removed.failure() != os::Failure::kNotFound) check(removed);
+    return true;
+  }
+  struct OldPart {
+    explicit OldPart(const std::string& path)
+        : opened(os::open(path, os::Access::kReadWriteExisting, handle)) {}
+    ~OldPart() {
+      if (opened.ok()) static_cast<void>(os::close(handle));
+    }
+    OldPart(const OldPart&) = delete;
+    OldPart& operator=(const OldPart&) = delete;
+    os::Status lock() const {
+      vu_file_base::lock_desc_t record{};
+      return os::lock(handle, {os::kLockExclusive | os::kLockFailAtOnce, 0, 0xFFFFFFFFU,
+                               0xFFFFFFFFU, record.region});
+    }
+
+    os::Handle handle = os::kNoHandle;
+    os::Status opened;
+  };
+  static std::int32_t time_of(const std::string& path) {
+    return static_cast<std::int32_t>(vu_file::modify_time(path));
+  }
+  void check(const os::Status& status) const {
+    if (!status.ok())
+      throw Refusal{VU_FAILED, "the newer preload copy cannot replace the part", told_path(m_part),
+                    status.code()};
+  }
+
+  std::string m_preload;
+  std::string m_part;
+  std::string m_staged;
+  bool m_is_staged = false;
+};
+
+/// Opens a part as OpenReadSubPart() does, but puts a preload copy in place as a whole.
+/// @throws Refusal, vu_file_except
+void open_part_to_read(vu_file& file, const Address& address, const std::string& rendition,
                        const std::string& part) {
-  const layout::RenditionFolders below = layout::folders_to_read(rendition);
-  std::string folder = layout::root_of_parts(document.path(), vu_storage::getTdcTimeStamp());
-  if (!below.of_type.empty()) folder += "\\" + below.of_type;
-  const std::string preload = folder + "\\" + std::string(layout::kPreloadFolder) + "\\" + part;
-  folder += "\\" + below.of_parts;
-  const std::string path = folder + "\\" + part;
-  if (time_of(preload) <= time_of(path)) return false;
-  const os::Status copied = os::copy(preload, path, os::IfExists::kReplace);
-  if (!copied.ok())
-    throw Refusal{VU_FAILED, "the newer preload copy cannot be copied over the part",
-                  told_path(path), copied.code()};
-  file.open(folder, part, vu_file_base::o_read);
-  return true;
+  vu_storage facade;
+  std::string folder;
+  std::string preload_folder;
+  const int way = StorageGate::update_way(facade, address.owner, address.name, rendition, part,
+                                          address.version, folder, preload_folder);
+  if (way == kForceRetrieve)
+    throw Refusal{VU_FAILED, "the system cannot tell the time of the document", {}};
+  if (way == kFromPreload) Refresh(preload_folder, folder, part).run();
+  if (way == kUpToDate || way == kFromPreload) {
+    try {
+      file.open(folder, part, vu_file_base::o_read);
+      return;
+    } catch (const vu_file_except&) {
+      if (LockLimit::passed() || is_refused_file_there()) throw;
+    }
+  }
+  if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
+  throw Refusal{VU_OUTDATED, kNoPart, {}};
 }
 
 vu_status open_part(const Store& store, const vu_document* document, const char* rendition,
@@ -143,23 +232,19 @@ vu_status open_part(const Store& store, const vu_document* document, const char*
   require(address.is_corporate(), "only documents of VU_AREA_DOCS have parts");
   const std::string type = rendition_of(store, rendition);
   const std::string id = file_name_of(store, "the part", part);
-  const Place place = place_of(address);
+  static_cast<void>(place_of(address));
   auto opened = std::make_unique<Stream>();
-  vu_storage facade;
-  if (mode == VU_WRITE_OVER) {
-    opened->direction = Direction::kWrites;
-    facade.OpenWriteSubPart(opened->file, address.owner, address.name, type, id, address.version);
+  if (mode == VU_READ_SERVED) {
+    open_part_to_read(opened->file, address, type, id);
   } else {
-    facade.OpenReadSubPart(opened->file, address.owner, address.owner, address.name, type, id,
-                           address.version);
-  }
-  if (!opened->file.is_open()) {
-    if (Call::current().heard_failure() || is_refused_file_there())
-      throw Refusal{VU_FAILED, {}, {}};
-    // The parts of an exact document have no preload copies.
-    if (mode == VU_WRITE_OVER || is_exact(address) ||
-        !open_from_preload(opened->file, place, type, id))
-      throw Refusal{VU_OUTDATED, "the part is missing or too old; generate it and write it", {}};
+    opened->direction = Direction::kWrites;
+    vu_storage facade;
+    facade.OpenWriteSubPart(opened->file, address.owner, address.name, type, id, address.version);
+    if (!opened->file.is_open()) {
+      if (Call::current().heard_failure() || is_refused_file_there())
+        throw Refusal{VU_FAILED, {}, {}};
+      throw Refusal{VU_OUTDATED, kNoPart, {}};
+    }
   }
   give_stream(std::move(opened), stream);
   return VU_DONE;

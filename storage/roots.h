@@ -36,6 +36,14 @@ struct vu_storage::Roots {
   bool operator==(const Roots&) const = default;
 };
 
+/// What has to be done before a sub-part can be read. The numbers are part of the trace texts.
+enum UpdateWay : int {
+  kForceRetrieve = -1,
+  kUpToDate = 0,
+  kFromPreload = 1,
+  kRegenerate = 2,
+};
+
 /// The mark of the initialisation, the current roots, and the private parts of vu_storage that
 /// other folders may use.
 struct StorageGate {
@@ -71,6 +79,15 @@ struct StorageGate {
       vu_storage::DeleteKeyLineFromFile(folder, "attribut.txt", entry);  // sic
     // Required: an empty entry removes the first line of each file.
     vu_storage::RemoveFromCategFiles(folder, entry);
+  }
+
+  /// How vu_storage::OpenReadSubPart() gets a sub-part: an UpdateWay, and the folders of the part
+  /// and its preload copy. After an exception, which is traced, kUpToDate.
+  static int update_way(vu_storage& facade, const std::string& owner, const std::string& entry,
+                        const std::string& rendition, const std::string& part, long version,
+                        std::string& part_folder, std::string& preload_folder) {
+    return facade.getBestUpdateWay(owner, entry, rendition, part, part_folder, preload_folder,
+                                   version);
   }
 
   /// Roots, and the roots that were current before.

@@ -9,6 +9,7 @@
 #include "storage/common.h"
 #include "storage/guard.h"
 #include "storage/layout.h"
+#include "storage/roots.h"
 #include "vu_storage.h"
 
 using storage::guarded;
@@ -16,14 +17,6 @@ using storage::kSource;
 using vu_host::trace_level;
 
 namespace {
-
-/// What has to be done before a sub-part can be read. The numbers are part of the trace texts.
-enum UpdateWay : int {
-  kForceRetrieve = -1,
-  kUpToDate = 0,
-  kFromPreload = 1,
-  kRegenerate = 2,
-};
 
 /// The low 32 bits of a time as a signed number; times are compared in this form.
 std::int32_t time_of(const std::string& path) {

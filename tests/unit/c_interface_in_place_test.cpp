@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/os_calls.h"
 #include "tests/unit/c_interface_fixture.h"
 #include "vu/storage.h"
 #include "vu_file.h"
@@ -122,4 +123,126 @@ TEST_F(CInterfaceInPlace, ACopyThatFailsLeavesAnEmptyVersion) {
     }
     EXPECT_GT(times_empty, 0) << faults::name(call);
   }
+}
+
+// ---- parts that are refreshed from a preload copy -----------------------------------------------
+
+namespace {
+
+class CInterfaceParts : public CInterfaceInPlace {
+ protected:
+  CInterfaceParts() {
+    EXPECT_EQ(put(m_owner, "document", 0), VU_DONE);
+    char path[1000];
+    EXPECT_EQ(vu_file_path(m_store, &m_owner, path, sizeof path, nullptr), VU_DONE);
+    const std::string root = std::string(path) + "_\\html";
+    m_parts = root + "\\de";
+    m_part = m_parts + "\\1";
+    m_preload = root + "\\preload\\1";
+    make_folder(m_parts);
+    make_folder(root + "\\preload");
+    make_outdated();
+  }
+
+  void make_outdated() const {
+    write_file(m_part, "old");
+    write_file(m_preload, "preloaded");
+    set_modify_time(m_part, 2'000'000'000);
+    set_modify_time(m_preload, 2'000'000'010);
+  }
+  std::string read_part() {
+    vu_stream* stream = nullptr;
+    const vu_status status =
+        vu_open_part(m_store, &m_owner, "html@de", "1", VU_READ_SERVED, &stream);
+    if (status != VU_DONE) return vu_status_name(status);
+    char bytes[100];
+    std::size_t size = 0;
+    EXPECT_EQ(vu_stream_read(stream, bytes, sizeof bytes, &size), VU_DONE);
+    EXPECT_EQ(vu_stream_close(stream), VU_DONE);
+    return {bytes, size};
+  }
+  vu_status write_part() const {
+    vu_stream* stream = nullptr;
+    const vu_status status =
+        vu_open_part(m_hurried, &m_owner, "html@de", "1", VU_WRITE_OVER, &stream);
+    if (status != VU_DONE) return status;
+    EXPECT_EQ(vu_stream_write(stream, "generated", 9), VU_DONE);
+    return vu_stream_close(stream);
+  }
+
+  const vu_document m_owner = document("b.kdc", VU_AREA_DOCS);
+  std::string m_parts;
+  std::string m_part;
+  std::string m_preload;
+};
+
+}  // namespace
+
+TEST_F(CInterfaceParts, ARefreshNeverWritesIntoThePart) {
+  // The beginning of a copy would have the time of the interruption: newer than the preload copy.
+  using What = faults::Change::What;
+  faults::Recorder recorder(m_parts);
+  EXPECT_EQ(read_part(), "preloaded");
+  std::vector<What> changes;
+  for (const faults::Change& change : recorder.changes()) {
+    if (change.path.ends_with("1") && change.what != What::kClose) changes.push_back(change.what);
+    if (change.to.ends_with("1")) changes.push_back(change.what);
+  }
+  EXPECT_EQ(changes, (std::vector<What>{What::kRemove, What::kRename}));
+  EXPECT_EQ(vu_file::modify_time(m_part), 2'000'000'010);
+}
+
+TEST_F(CInterfaceParts, AnInterruptedRefreshIsMadeAgain) {
+  int times_interrupted = 0;
+  for (const Call call :
+       {Call::open, Call::lock, Call::copy, Call::stat, Call::remove_file, Call::rename}) {
+    for (std::uint64_t nth = 1;; ++nth) {
+      SCOPED_TRACE(faults::name(call) + std::to_string(nth));
+      make_outdated();
+      std::string bytes;
+      {
+        const auto fault = faults::fail(call, kRefused, nth);
+        bytes = read_part();
+        if (fault.hits() == 0) break;
+      }
+      // A preload copy without a known time is not newer.
+      const bool is_known = bytes == "preloaded" || bytes == "VU_FAILED" || bytes == "VU_OUTDATED";
+      EXPECT_TRUE(is_known || (bytes == "old" && call == Call::stat)) << bytes;
+      times_interrupted += bytes == "VU_FAILED" ? 1 : 0;
+      const std::string left = file_exists(m_part) ? read_file(m_part) : "missing";
+      EXPECT_TRUE(left == "old" || left == "preloaded" || left == "missing") << left;
+      EXPECT_LE(list_folder(m_parts).size(), 1U);
+      EXPECT_EQ(read_part(), "preloaded");
+      ASSERT_LT(nth, 100U);
+    }
+  }
+  EXPECT_GT(times_interrupted, 5);
+}
+
+TEST_F(CInterfaceParts, ARefreshKeepsWhatAnotherProgramWritesMeanwhile) {
+  for (const Call call : {Call::copy, Call::rename}) {
+    make_outdated();
+    set_modify_time(m_preload, 1'900'000'000);
+    set_modify_time(m_part, 1'800'000'000);
+    vu_status written = VU_FAILED;
+    {
+      const auto write = [&] {
+        written = elsewhere([&] { return write_part(); });
+        set_modify_time(m_part, 2'000'000'000);
+      };
+      const auto hook = faults::before(call, write);
+      EXPECT_EQ(read_part(), "generated") << faults::name(call);
+    }
+    EXPECT_EQ(written, VU_DONE);
+    EXPECT_EQ(list_folder(m_parts), std::vector<std::string>{"1"});
+  }
+}
+
+TEST_F(CInterfaceParts, ARefreshedPartCanBeRefreshedAgain) {
+  make_read_only(m_preload);
+  EXPECT_EQ(read_part(), "preloaded");
+  make_writable(m_preload);
+  write_file(m_preload, "preloaded again");
+  set_modify_time(m_preload, 2'000'000'020);
+  EXPECT_EQ(read_part(), "preloaded again");
 }
