@@ -83,15 +83,14 @@ void empty_in_time(vu_file& file, const Address& address, const Place& place) {
   file.clear();
 }
 
-/// Opens an existing version, and empties it unless there is a time limit.
-void open_over(vu_file& file, const Address& address, const Place& place) {
-  if (LockLimit::is_set())
-    return open_existing(file, place.folder, place.file, vu_file_base::o_write);
+/// Removes what was derived from a version that is to be replaced. With a time limit all locks come
+/// first: see empty_in_time().
+void drop_derived_at_once(const Address& address, const Place& place) {
+  if (LockLimit::is_set()) return;
   if (address.type == STG::UserFilesRepository)
     StorageGate::remove_from_categories(place.folder, address.name);
   if (address.is_corporate())
     vu_file::recurseRemoveDir(layout::root_of_parts(place.path(), vu_storage::getTdcTimeStamp()));
-  open_existing(file, place.folder, place.file, vu_file_base::o_truncate);
 }
 
 /// Finds a version, or creates it. @return whether it existed.
@@ -172,14 +171,17 @@ void open_to_write(vu_file& file, const Address& address, bool replaces) {
     return found;
   };
   // Required: no missing file is created. Another program may have replaced or removed the version
-  // since the look, and a file without an entry would become a document by adoption.
-  const Place place = at_place(look, [&](const Place& found) {
-    if (!existed) open_existing(file, found.folder, found.file, vu_file_base::o_truncate);
-    if (existed && replaces) open_over(file, address, found);
+  // since the look, and a file without an entry would become a document by adoption. Nothing is
+  // emptied before the version is known to have this file.
+  const Place place = at_place(address, look, [&](const Place& found) {
+    if (existed && !replaces) return found;
+    if (existed) drop_derived_at_once(address, found);
+    open_of(file, address, found, vu_file_base::o_write);
     return found;
   });
-  if (existed && replaces && LockLimit::is_set() && file.is_locked())
-    empty_in_time(file, address, place);
+  if (!file.is_open() || !file.is_locked()) return;
+  if (existed && LockLimit::is_set()) return empty_in_time(file, address, place);
+  file.clear();
 }
 
 bool is_opened_anew(const Address& address, vu_file& file) {

@@ -135,10 +135,16 @@ std::optional<std::string> changed(std::string_view text, const std::string& nam
 
 /// Opens a key file with its lock, to change it. @throws Refusal, vu_file_except
 Place open_to_change(const KeyFile& of, Missing missing, vu_file& file) {
-  if (of.is_plain() && missing == Missing::kIsCreated) {
-    file.open(of.folder, of.name, vu_file_base::o_append);
+  if (of.is_plain()) {
+    const bool is_created = missing == Missing::kIsCreated;
+    const Place place = is_created ? Place{of.folder, of.name, 0} : place_of(of);
+    if (is_created) {
+      file.open(place.folder, place.file, vu_file_base::o_append);
+    } else {
+      static_cast<void>(open_existing(file, place.folder, place.file, vu_file_base::o_append));
+    }
     check_locked(file);
-    return {of.folder, of.name, 0};
+    return place;
   }
   const auto look = [&] {
     if (missing == Missing::kIsAFailure) return place_of(of);
@@ -149,8 +155,8 @@ Place open_to_change(const KeyFile& of, Missing missing, vu_file& file) {
   };
   // Required: no missing file is created. Another program may have replaced or removed the key file
   // since the look, and a file without an entry would become a document by adoption.
-  return at_place(look, [&](const Place& place) {
-    open_existing(file, place.folder, place.file, vu_file_base::o_append);
+  return at_place(of.address, look, [&](const Place& place) {
+    open_of(file, of.address, place, vu_file_base::o_append);
     check_locked(file);
     return place;
   });

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "file/folder_entries.h"
+#include "file/handle_core.h"
 #include "file/lock_limit.h"
 #include "index/index_format.h"
 #include "index/index_gate.h"
@@ -173,9 +174,44 @@ bool find_or_create(const Address& address, Place& place) {
                 told_path(place.path())};
 }
 
-bool has_moved(const Place& place, int tries) {
-  constexpr int kMost = 1000;
-  if (tries == kMost || LockLimit::passed() || vu_file::exists(place.path())) return false;
+namespace {
+
+/// So often an operation looks up a version that other programs replace.
+constexpr int kMost = 1000;
+
+/// Whether a version has another file now, or none. False if the system cannot tell.
+bool is_elsewhere(const Address& address, const Place& place) {
+  const unsigned troubles_before = Call::current().troubles();
+  Place now;
+  if (vu_storage().IsFileExist(address.owner, address.name, address.type, place.version,
+                               &now.folder, &now.file))
+    return now.path() != place.path();
+  return Call::current().troubles() == troubles_before;
+}
+
+}  // namespace
+
+void open_of(vu_file& file, const Address& address, const Place& place,
+             vu_file_base::type_access mode) {
+  const bool waited = open_existing(file, place.folder, place.file, mode);
+  if (!waited || !file.is_locked()) return;
+  const bool is_moved = is_elsewhere(address, place);
+  if (LockLimit::passed()) throw Refusal{VU_LOCK_TIMEOUT, {}, {}};
+  if (!is_moved) return;
+  file.close();
+  throw Moved();
+}
+
+void look_again(int tries) {
+  if (tries == kMost)
+    throw Refusal{VU_FAILED, "other programs replace the version again and again; call again", {}};
+  Call::current().forget();
+}
+
+bool has_moved(const Address& address, const Place& place, int tries) {
+  if (tries == kMost || LockLimit::passed()) return false;
+  // On Windows a removed file is found, but cannot be opened, until all its handles are closed.
+  if (vu_file::exists(place.path()) && !is_elsewhere(address, place)) return false;
   Call::current().forget();
   return true;
 }

@@ -195,9 +195,19 @@ class NewFile {
 /// Finds a version, or creates it in the folder of @p place. @return whether it was created.
 /// @throws like create_entry(), and Refusal if the version has an entry that find() does not find
 bool find_or_create(const Address& address, Place& place);
-/// For a version whose file could not be used: whether the file is gone because another program has
-/// replaced the version. The caller then looks the version up again.
-bool has_moved(const Place& place, int tries);
+/// For a version whose file could not be used: whether another program has replaced or removed the
+/// version. The caller then looks the version up again.
+bool has_moved(const Address& address, const Place& place, int tries);
+/// Ends the use of a place of which the version has moved. Thrown and caught by at_place() only.
+struct Moved {};
+/// Opens the file of a version to change it; for at_place(). No missing file is created, and none
+/// is emptied: @p mode is o_write or o_append. A writer that had to wait for the lock looks the
+/// version up again: the holder, or another program, can have replaced it. Example: a reader keeps
+/// this call waiting; meanwhile vu_put() gives the version a new file and removes this one. What
+/// would now be written here would be lost.
+/// @throws Moved, Refusal, and like open_existing()
+void open_of(vu_file& file, const Address& address, const Place& place,
+             vu_file_base::type_access mode);
 /// A lookup finds the file that bears the document's name; an operation of the index takes the file
 /// of the entry. @throws Refusal VU_REFUSED if these are two files
 void refuse_if_hidden(const Address& address, const Place& place);
@@ -206,22 +216,27 @@ bool is_removed(const Address& address, const Place& old);
 /// The status of a call that has removed the file of a version: VU_DONE or VU_PARTLY_DONE.
 /// @throws Refusal VU_PARTLY_DONE if a lock was not obtained in time.
 vu_status status_of_removal();
+/// Prepares another look after Moved. @throws Refusal after a great number of them
+void look_again(int tries);
 /// Calls @p use with the place that @p look finds, again if the version has moved.
 template <class Look, class Use>
-auto at_place(const Look& look, const Use& use) {
+auto at_place(const Address& address, const Look& look, const Use& use) {
   for (int tries = 0;; ++tries) {
     const Place place = look();
     try {
       return use(place);
+    } catch (const Moved&) {
+      look_again(tries);
     } catch (...) {
-      if (!has_moved(place, tries)) throw;
+      if (!has_moved(address, place, tries)) throw;
     }
   }
 }
 /// The same for a version that exists.
 template <class Use>
 auto at_place_of(const Address& address, const Use& use) {
-  return at_place([&] { return place_of(address); }, use);
+  return at_place(
+      address, [&] { return place_of(address); }, use);
 }
 
 }  // namespace api

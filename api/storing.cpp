@@ -304,7 +304,7 @@ vu_status rename(Address from, const Address& to, std::uint32_t flags) {
     } catch (const Refusal&) {
       // Without a failure another program has removed or replaced the version.
       const Call& call = Call::current();
-      if (call.is_changed() || call.heard_failure() || !has_moved(old, tries)) throw;
+      if (call.is_changed() || call.heard_failure() || !has_moved(from, old, tries)) throw;
     }
   }
 }

@@ -74,7 +74,7 @@ bool HandleCore::try_open(vu_file_base::type_access mode, bool& lock_failed, boo
 }
 
 bool HandleCore::try_open(vu_file_base::type_access mode, Missing missing, bool& lock_failed,
-                          bool no_wait, std::int32_t& error) {
+                          bool no_wait, std::int32_t& error, bool* waited) {
   if (m_state.is_open()) {
     VU_ERROR_IN(m_operation, "file is already opened, it will be closed and reopened !!!");
     VU_ERROR_IN(m_operation, " path = ", m_directory, "\\", m_file_name);
@@ -96,17 +96,17 @@ bool HandleCore::try_open(vu_file_base::type_access mode, Missing missing, bool&
     error = opened.code();
     return false;
   }
-  const bool locked = take_lock(m_state, whole_file_lock(mode, no_wait)).ok();
+  const bool locked = take_lock(m_state, whole_file_lock(mode, no_wait), waited).ok();
   lock_failed = !locked;
   // Required: without the lock the file is not cut, and stays open.
   if (locked && mode == vu_file_base::o_truncate) clear();
   return true;
 }
 
-void HandleCore::open(vu_file_base::type_access mode, Missing missing) {
+void HandleCore::open(vu_file_base::type_access mode, Missing missing, bool* waited) {
   bool lock_failed = false;
   std::int32_t error = 0;
-  if (try_open(mode, missing, lock_failed, false, error)) {
+  if (try_open(mode, missing, lock_failed, false, error, waited)) {
     if (!lock_failed || !LockLimit::passed()) return;
     trace_failure("lock file", os::last_error());
     unlock_and_close();
@@ -330,12 +330,14 @@ void HandleCore::unlock_and_close() noexcept {
 
 // ---- the lock ----------------------------------------------------------------------------------
 
-os::Status HandleCore::take_lock(vu_file_base& state, const vu_file_base::lock_desc_t& request) {
+os::Status HandleCore::take_lock(vu_file_base& state, const vu_file_base::lock_desc_t& request,
+                                 bool* waited) {
   // The system writes into its part of the record, so it gets a copy.
   vu_file_base::lock_desc_t record = request;
-  const os::Status status =
-      LockLimit::lock(state.handle, {record.flags, record.reserved, record.lengthLow,
-                                     record.lengthHigh, static_cast<void*>(record.region)});
+  const os::Status status = LockLimit::lock(state.handle,
+                                            {record.flags, record.reserved, record.lengthLow,
+                                             record.lengthHigh, static_cast<void*>(record.region)},
+                                            waited);
   state.locked = status.ok();
   return status;
 }
@@ -348,12 +350,14 @@ os::Status HandleCore::give_lock_back(vu_file_base& state) {
 
 // ------------------------------------------------------------------------------------------------
 
-void open_existing(vu_file& file, const std::string& folder, const std::string& name,
+bool open_existing(vu_file& file, const std::string& folder, const std::string& name,
                    vu_file_base::type_access mode) {
   VU_FILE_SCOPE();
   if (file.is_open()) file.close();
   file = vu_file(folder, name);
-  HandleCore(file, vu_trace_scope).open(mode, Missing::kIsAFailure);
+  bool waited = false;
+  HandleCore(file, vu_trace_scope).open(mode, Missing::kIsAFailure, &waited);
+  return waited;
 }
 
 FileText read_to_end(vu_file& file) {

@@ -66,7 +66,9 @@ class HandleCore {
   HandleCore(vu_fileutf8& handle, const trace::Scope& operation);
 
   bool try_open(vu_file_base::type_access mode, bool& lock_failed, bool no_wait);
-  void open(vu_file_base::type_access mode, Missing missing = Missing::kIsCreated);
+  /// @param waited null, or receives true if another handle had a conflicting lock first.
+  void open(vu_file_base::type_access mode, Missing missing = Missing::kIsCreated,
+            bool* waited = nullptr);
   int read(std::string& out, int count);
   void read(unsigned char*& buffer, unsigned int& length);
   /// See the functions of the same names below.
@@ -83,14 +85,15 @@ class HandleCore {
   void close_replaced(const replacement::Outcome& outcome) noexcept;
 
   /// Takes and releases the lock of a handle, and updates the handle's record of it.
-  static os::Status take_lock(vu_file_base& state, const vu_file_base::lock_desc_t& request);
+  static os::Status take_lock(vu_file_base& state, const vu_file_base::lock_desc_t& request,
+                              bool* waited = nullptr);
   static os::Status give_lock_back(vu_file_base& state);
 
  private:
   std::string path() const;
   /// Like the public one. If the file cannot be opened, @p error receives the system's error.
   bool try_open(vu_file_base::type_access mode, Missing missing, bool& lock_failed, bool no_wait,
-                std::int32_t& error);
+                std::int32_t& error, bool* waited = nullptr);
   /// @throws vu_file_except unless the handle's mode allows it.
   void check_reading_mode() const;
   void check_writing_mode() const;
@@ -117,8 +120,11 @@ class HandleCore {
 };
 
 /// Like vu_file::open(), but a missing file is not created: that is a failure. If the handle is
-/// open, closes it first. @throws vu_file_except
-void open_existing(vu_file& file, const std::string& folder, const std::string& name,
+/// open, closes it first.
+/// @return whether another handle had a conflicting lock first. Then the file can have been removed
+/// or replaced meanwhile, and so have no name any more.
+/// @throws vu_file_except
+bool open_existing(vu_file& file, const std::string& folder, const std::string& name,
                    vu_file_base::type_access mode);
 
 /// Reads an open file from its position to its end, however large it has become, into memory that

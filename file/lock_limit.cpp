@@ -28,13 +28,16 @@ bool LockLimit::is_set() noexcept { return t_limit != nullptr && t_limit->m_end;
 
 bool LockLimit::passed() noexcept { return t_limit != nullptr && t_limit->m_passed; }
 
-os::Status LockLimit::lock(os::Handle handle, const os::LockRequest& request) {
-  if (!is_set() || (request.flags & os::kLockFailAtOnce) != 0) return os::lock(handle, request);
+os::Status LockLimit::lock(os::Handle handle, const os::LockRequest& request, bool* waited) {
+  const bool is_patient = (request.flags & os::kLockFailAtOnce) == 0;
+  if (!is_patient || (!is_set() && waited == nullptr)) return os::lock(handle, request);
   os::LockRequest at_once = request;
   at_once.flags |= os::kLockFailAtOnce;
   for (std::chrono::milliseconds pause = kShortest;; pause = std::min(2 * pause, kLongest)) {
     const os::Status status = os::lock(handle, at_once);
     if (status.failure() != os::Failure::kLocked) return status;
+    if (waited != nullptr) *waited = true;
+    if (!is_set()) return os::lock(handle, request);
     const Clock::time_point now = Clock::now();
     if (now >= *t_limit->m_end) {
       t_limit->m_passed = true;

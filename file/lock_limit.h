@@ -25,8 +25,9 @@ class LockLimit {
   static bool is_set() noexcept;
   /// Whether the current limit has refused a lock because of its deadline.
   static bool passed() noexcept;
-  /// Takes a lock within the current limit.
-  static os::Status lock(os::Handle handle, const os::LockRequest& request);
+  /// Takes a lock within the current limit. If @p waited is not null, it receives whether another
+  /// handle had a conflicting lock first. Asking that costs one more call, but only then.
+  static os::Status lock(os::Handle handle, const os::LockRequest& request, bool* waited = nullptr);
 
  private:
   std::optional<Clock::time_point> m_end;

@@ -35,6 +35,17 @@ class CInterfaceInPlace : public CInterfaceTest {
     return vu_copy_in(m_store, &what, m_source.c_str(), VU_REPLACE | VU_IN_PLACE, nullptr);
   }
 
+  /// The files without an entry. They would be adopted, each as a document under its own name.
+  std::vector<std::string> orphans() const {
+    STGIndex::NameMap entries;
+    STGIndex::plValues(m_folder, entries);
+    std::vector<std::string> found;
+    for (const std::string& name : vu_file::filenames(m_folder)) {
+      if (entries.count(name) == 0 && !name.starts_with("index")) found.push_back(name);
+    }
+    return found;
+  }
+
   const std::string m_source = m_scratch.path("source");
   const vu_document m_next = document("c.txt");
   /// Does not wait for the locks of the call that it disturbs.
@@ -123,6 +134,80 @@ TEST_F(CInterfaceInPlace, ACopyThatFailsLeavesAnEmptyVersion) {
     }
     EXPECT_GT(times_empty, 0) << faults::name(call);
   }
+}
+
+// ---- waits --------------------------------------------------------------------------------------
+
+TEST_F(CInterfaceInPlace, AWriterThatHadToWaitWritesTheFileThatTheVersionHasNow) {
+  // A reader keeps the writer waiting. Meanwhile another program stores the version again.
+  vu_store* const patient = hurried_store(60'000);
+  const auto write = [&](vu_store* store, int way) {
+    if (way == 0) return vu_key_set(store, &m_document, "b", "2");
+    if (way == 1) return vu_key_delete(store, &m_document, "a");
+    const std::uint32_t flags = VU_REPLACE | VU_IN_PLACE;
+    if (way == 2) return vu_put(store, &m_document, "new", 3, flags, nullptr);
+    if (way == 3) return vu_copy_in(store, &m_document, m_source.c_str(), flags, nullptr);
+    vu_stream* stream = nullptr;
+    const vu_status status = vu_open(store, &m_document, VU_WRITE_OVER, &stream);
+    if (status != VU_DONE) return status;
+    EXPECT_EQ(vu_stream_write(stream, "new", 3), VU_DONE);
+    return vu_stream_close(stream);
+  };
+  for (vu_store* const store : {m_store, patient}) {
+    for (int way = 0; way < 5; ++way) {
+      SCOPED_TRACE(std::to_string(way) + (store == patient ? ", with a limit" : ""));
+      ASSERT_EQ(put(m_document, "a=1\n", VU_REPLACE), VU_DONE);
+      vu_stream* reader = nullptr;
+      ASSERT_EQ(vu_open(m_store, &m_document, VU_READ_EXACT, &reader), VU_DONE);
+      // Without patience a writer ends at the lock of the version's file.
+      faults::reset();
+      ASSERT_EQ(write(m_hurried, way), VU_LOCK_TIMEOUT);
+      std::uint64_t nth = faults::calls(Call::lock);
+      // Without a limit a stored user document loses its category lines before.
+      if (store != patient && way > 1) ++nth;
+      vu_status stored = VU_FAILED;
+      const auto store_and_let_go = [&] {
+        stored = elsewhere(
+            [&] { return vu_put(m_hurried, &m_document, "a=5\nc=3\n", 8, VU_REPLACE, nullptr); });
+        EXPECT_EQ(vu_stream_close(reader), VU_DONE);
+      };
+      {
+        const auto hook = faults::after(Call::lock, store_and_let_go, nth);
+        EXPECT_EQ(write(store, way), VU_DONE) << last_error().text;
+        EXPECT_EQ(hook.hits(), 1U);
+      }
+      EXPECT_EQ(stored, VU_DONE);
+      const char* const texts[] = {"a=5\nc=3\nb=2\n", "c=3\n", "new", "new", "new"};
+      EXPECT_EQ(content(m_document), texts[way]);
+      EXPECT_EQ(count_of_files(), files().size() + 2);
+    }
+  }
+  EXPECT_EQ(vu_close_store(patient), VU_DONE);
+}
+
+TEST_F(CInterfaceInPlace, AWriterThatHadToWaitForARemovedVersionStoresItAgain) {
+  vu_stream* reader = nullptr;
+  faults::reset();
+  ASSERT_EQ(put(m_document, "old", VU_REPLACE | VU_IN_PLACE), VU_DONE);
+  const std::uint64_t last = faults::calls(Call::lock);
+  ASSERT_EQ(vu_open(m_store, &m_document, VU_READ_EXACT, &reader), VU_DONE);
+  const auto remove_and_let_go = [&] {
+    EXPECT_EQ(elsewhere([&] { return vu_remove(m_hurried, &m_document); }), VU_DONE);
+    EXPECT_EQ(vu_stream_close(reader), VU_DONE);
+  };
+  const auto hook = faults::after(Call::lock, remove_and_let_go, last);
+  EXPECT_EQ(put(m_document, "new", VU_REPLACE | VU_IN_PLACE), VU_DONE) << last_error().text;
+  EXPECT_EQ(hook.hits(), 1U);
+  EXPECT_EQ(content(m_document), "new");
+  EXPECT_EQ(count_of_files(), files().size() + 2);
+}
+
+TEST_F(CInterfaceInPlace, AWriterThatDoesNotWaitLooksOnce) {
+  // One lock of the index and one of the file; no other call looks at the version again.
+  faults::reset();
+  ASSERT_EQ(vu_key_set(m_store, &m_document, "b", "2"), VU_DONE);
+  EXPECT_EQ(faults::calls(Call::lock), 2U);
+  EXPECT_EQ(faults::calls(Call::open), 2U);
 }
 
 // ---- parts that are refreshed from a preload copy -----------------------------------------------
