@@ -7,6 +7,7 @@
 #include "api/lists.h"
 #include "api/store.h"
 #include "index/index_gate.h"
+#include "index/read_list.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
 #include "vu_storage.h"
@@ -159,6 +160,7 @@ vu_status migrate(const Store& store, const char* owner) {
     throw Refusal{
         VU_REFUSED, "the migration needs adoption; open the storage without VU_NO_ADOPTION", {}};
   wait_for_index(folder);
+  const KeepsListLock kept;
   STGIndex::migrateInboxRead(name);
   return done_unless_told();
 }

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <optional>
+#include <utility>
 
 #include "file/handle_core.h"
 #include "file/lock_limit.h"
@@ -45,7 +46,13 @@ std::string_view extension_for(char kind) {
   }
 }
 
+constinit thread_local bool t_keeps_lock = false;
+
 }  // namespace
+
+KeepsListLock::KeepsListLock() noexcept : m_before(std::exchange(t_keeps_lock, true)) {}
+KeepsListLock::~KeepsListLock() { t_keeps_lock = m_before; }
+bool KeepsListLock::is_set() noexcept { return t_keeps_lock; }
 
 std::string ReadList::name_of(std::string_view line) {
   const std::optional<Tabs> tabs = tabs_of(line);
@@ -66,7 +73,7 @@ ReadList::ReadList(const std::string& folder, const std::string& file_name)
 void ReadList::load() {
   // If the system cannot tell whether the list exists, open() fails with the reason.
   if (presence_of(path_text::join(m_folder, m_file_name)) == Presence::kMissing) return;
-  const bool keeps_lock = LockLimit::is_set();
+  const bool keeps_lock = KeepsListLock::is_set() || LockLimit::is_set();
   m_file.open(keeps_lock ? vu_file::o_append : vu_file::o_read);
   const FileText text = read_to_end(m_file);
   if (!keeps_lock) m_file.close();

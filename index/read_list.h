@@ -6,6 +6,25 @@
 
 #include "vu_file.h"
 
+/// A rule for the read lists of the calling thread: each is locked exclusively from load() to
+/// save(), also without a LockLimit. So a line that another program appends during the migration
+/// comes after the save, and stays. The rule applies while the object exists.
+///
+/// Errors: none. Threads: the object stays in its block, on the thread that constructed it.
+class KeepsListLock {
+ public:
+  KeepsListLock() noexcept;
+  ~KeepsListLock();
+  KeepsListLock(const KeepsListLock&) = delete;
+  KeepsListLock& operator=(const KeepsListLock&) = delete;
+
+  /// Whether the rule applies to this thread.
+  static bool is_set() noexcept;
+
+ private:
+  bool m_before;
+};
+
 /// The read list of a mail folder, during a migration (docs/formats.md). Each line is found by the
 /// document name that its fields form.
 ///
@@ -14,8 +33,9 @@
 ///
 /// Errors: load() and save() throw the exceptions of the file.
 ///
-/// Threads: one. The file is locked while it is read and while it is written, not in between.
-/// Within a LockLimit it is locked exclusively from load() on, so save() waits for no lock.
+/// Threads: one. The file is locked while it is read and while it is written, not in between. With
+/// KeepsListLock, and within a LockLimit, it is locked exclusively from load() on, so save() waits
+/// for no lock.
 class ReadList {
  public:
   ReadList(const std::string& folder, const std::string& file_name);

@@ -688,7 +688,8 @@ VU_C_API vu_status vu_clean(vu_store* store, int32_t area, const char* owner, in
  * @return VU_DONE, with adoption also for a folder that is migrated already. VU_NOTHING_MATCHED:
  *   the owner has no mail folder. VU_REFUSED: the storage was opened with VU_NO_ADOPTION, and the
  *   migration needs adoption. VU_USAGE: owners share folders. Waits for readers and writers of the
- *   index and the read list.
+ *   index and the read list. It keeps the lock of the list until the list is written, so a line
+ *   that another program appends meanwhile stays.
  */
 VU_C_API vu_status vu_migrate_inbox(vu_store* store, const char* owner);
 

@@ -210,6 +210,53 @@ TEST_F(CInterfaceInPlace, AWriterThatDoesNotWaitLooksOnce) {
   EXPECT_EQ(faults::calls(Call::open), 2U);
 }
 
+namespace {
+
+/// A mail folder with one mail to migrate, and its line in the read list.
+class CInterfaceMigration : public CInterfaceInPlace {
+ protected:
+  CInterfaceMigration() {
+    STGIndex::setSynchronizeMode(true);
+    make_folder(m_mails);
+    write_file(m_mails + "\\read.txt", kLine);
+    write_file(m_mails + "\\f4#f5#x#A%20B.kdb", "mail");
+  }
+  ~CInterfaceMigration() override { STGIndex::setSynchronizeMode(false); }
+
+  std::string list() const { return read_file(m_mails + "\\read.txt"); }
+
+  static constexpr const char* kLine = "x\tA%20B\tB\tf4\tf5\tf6\t\n";
+  static constexpr const char* kMigrated = "x\tA B\tB\tf4\tf5\tf6\t\n";
+  const std::string m_mails = m_scratch.path("storage\\mail\\anna");
+};
+
+}  // namespace
+
+TEST_F(CInterfaceMigration, ALineThatIsAppendedMeanwhileStays) {
+  // The other program appends as soon as it gets the lock of the list.
+  bool was_locked = false;
+  std::thread other;
+  const auto append = [&] {
+    vu_file file(m_mails, "read.txt");
+    was_locked = !file.try_open(vu_file::o_append, was_locked, true) || was_locked;
+    file.close();
+    other = std::thread([&] {
+      vu_file list_of_other(m_mails, "read.txt");
+      list_of_other.open(vu_file::o_append);
+      list_of_other.write("appended\n");
+      list_of_other.close();
+    });
+  };
+  {
+    const auto hook = faults::before(Call::copy, append);
+    EXPECT_EQ(vu_migrate_inbox(m_store, "anna"), VU_DONE) << last_error().text;
+    ASSERT_EQ(hook.hits(), 1U);
+  }
+  other.join();
+  EXPECT_TRUE(was_locked);
+  EXPECT_EQ(list(), std::string(kMigrated) + "appended\n");
+}
+
 // ---- parts that are refreshed from a preload copy -----------------------------------------------
 
 namespace {
