@@ -71,11 +71,11 @@ void empty_in_time(vu_file& file, const Address& address, const Place& place) {
   if (address.type == STG::UserFilesRepository) categories = lock_categories(place, address.name);
   for (Category& category : categories) {
     const unsigned failures_before = Call::current().failures();
-    category.file.clear();
-    const bool is_whole = write_from(category.file, category.text);
+    const Rewritten rewritten = rewrite(category.file, category.text);
     const std::string path = category.file.getFilePath();
     category.file.close();
-    if (!is_whole || Call::current().failures() != failures_before)
+    if (rewritten == Rewritten::kNotAtAll) throw Refusal{VU_FAILED, {}, told_path(path)};
+    if (rewritten != Rewritten::kWhole || Call::current().failures() != failures_before)
       throw Refusal{VU_FAILED, "not all lines of a category file were written", told_path(path)};
   }
   if (address.is_corporate())

@@ -172,12 +172,10 @@ vu_status change(const KeyFile& of, const std::string& name,
   // Failures before this point have been survived. If they stopped the call now, the lines would be
   // lost.
   const unsigned failures_before = Call::current().failures();
-  const auto has_failed = [&] { return Call::current().failures() != failures_before; };
-  file.clear();
-  if (has_failed()) throw Refusal{VU_FAILED, {}, told_path(place.path())};
-  const bool is_whole = write_from(file, *text);
+  const Rewritten rewritten = rewrite(file, *text);
+  if (rewritten == Rewritten::kNotAtAll) throw Refusal{VU_FAILED, {}, told_path(place.path())};
   file.close();
-  if (!is_whole || has_failed())
+  if (rewritten != Rewritten::kWhole || Call::current().failures() != failures_before)
     return failed_or(VU_FAILED,
                      "not all lines were written, and the file is cut short; write it again",
                      told_path(place.path()));

@@ -249,19 +249,20 @@ void HandleCore::seek(int offset, short origin) {
   static_cast<void>(os::seek(m_state.handle, offset, origin));
 }
 
-void HandleCore::clear() noexcept {
-  if (m_state.access == vu_file_base::o_read) return;
+bool HandleCore::clear() noexcept {
+  if (m_state.access == vu_file_base::o_read) return false;
   std::int32_t error = 0;
   try {
     os::Status status = os::seek(m_state.handle, 0, kFromStart);
     if (status.ok()) status = os::set_end(m_state.handle);
-    if (status.ok()) return;
+    if (status.ok()) return true;
     error = status.code();
   } catch (...) {
     error = os::last_error();
   }
   // sic: with the blank at the end, two blanks precede the colon.
   trace_failure("Can't truncate file ", error);
+  return false;
 }
 
 replacement::Outcome HandleCore::replace_text(std::string_view old_bytes,
@@ -380,9 +381,9 @@ os::Status take_time(vu_file& file, os::Handle from, os::CopiedTime& time) {
   return HandleCore(file, vu_trace_scope).take_time(from, time);
 }
 
-bool write_from(vu_file& file, std::string_view bytes) {
-  VU_FILE_SCOPE();
-  HandleCore core(file, vu_trace_scope);
+namespace {
+
+bool write_all(HandleCore& core, std::string_view bytes) {
   // HandleCore::write() counts in 32 bits.
   constexpr std::size_t kMost = std::size_t{1} << 30;
   while (!bytes.empty()) {
@@ -391,6 +392,21 @@ bool write_from(vu_file& file, std::string_view bytes) {
     bytes.remove_prefix(piece.size());
   }
   return true;
+}
+
+}  // namespace
+
+bool write_from(vu_file& file, std::string_view bytes) {
+  VU_FILE_SCOPE();
+  HandleCore core(file, vu_trace_scope);
+  return write_all(core, bytes);
+}
+
+Rewritten rewrite(vu_file& file, std::string_view text) {
+  VU_FILE_SCOPE();
+  HandleCore core(file, vu_trace_scope);
+  if (!core.clear()) return Rewritten::kNotAtAll;
+  return write_all(core, text) ? Rewritten::kWhole : Rewritten::kInPart;
 }
 
 replacement::Outcome replace_text(vu_file& file, std::string_view old_bytes,

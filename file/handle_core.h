@@ -79,7 +79,8 @@ class HandleCore {
   int write(std::string_view data);
   void seek(int offset, short origin);
   void close() noexcept;
-  void clear() noexcept;
+  /// @return whether the file is empty now.
+  bool clear() noexcept;
 
   replacement::Outcome replace_text(std::string_view old_bytes, std::string_view new_text);
   void close_replaced(const replacement::Outcome& outcome) noexcept;
@@ -144,6 +145,17 @@ os::Status take_time(vu_file& file, os::Handle from, os::CopiedTime& time);
 /// Writes from the caller's memory. @return whether all bytes were written; a failure is traced.
 /// @throws vu_file_except like vu_file::write().
 bool write_from(vu_file& file, std::string_view bytes);
+
+/// What rewrite() has done to a file.
+enum class Rewritten : std::uint8_t {
+  kWhole,
+  kNotAtAll,  ///< it could not be cut, and has its old text
+  kInPart,    ///< it is cut, and has the beginning of the new text
+};
+/// Cuts an open file and writes its new text. Required: after a refused cut nothing is written. In
+/// o_append mode the file would then have the old text and the new one. Failures are traced.
+/// @throws vu_file_except like vu_file::write().
+Rewritten rewrite(vu_file& file, std::string_view text);
 
 /// The atomic replacement of the whole content of an open file (replacement.h), with its flushes.
 /// The file stays open and locked until close_replaced(). @p old_bytes are all its bytes.

@@ -97,14 +97,15 @@ void ReadList::load() {
 
 void ReadList::save() {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  if (m_file.is_open()) {
-    m_file.clear();
-  } else {
-    m_file.open(vu_file::o_truncate);
-  }
   std::string text;
   for (const auto& [name, line] : m_lines) text.append(line).append("\n");
-  m_file.write(text);
+  if (m_file.is_open()) {
+    // A failure is traced.
+    static_cast<void>(rewrite(m_file, text));
+  } else {
+    m_file.open(vu_file::o_truncate);
+    m_file.write(text);
+  }
   m_file.close();
 }
 

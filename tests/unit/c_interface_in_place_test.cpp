@@ -210,6 +210,27 @@ TEST_F(CInterfaceInPlace, AWriterThatDoesNotWaitLooksOnce) {
   EXPECT_EQ(faults::calls(Call::open), 2U);
 }
 
+// ---- a cut that the system refuses --------------------------------------------------------------
+
+TEST_F(CInterfaceInPlace, ACategoryFileThatCannotBeCutKeepsItsLines) {
+  const vu_document category = document("list.ctg");
+  vu_store* const patient = hurried_store(60'000);
+  for (std::uint64_t nth = 1;; ++nth) {
+    ASSERT_EQ(put(m_document, "old", VU_REPLACE), VU_DONE);
+    ASSERT_EQ(put(category, "a.txt=1\nother=2\n", VU_REPLACE), VU_DONE);
+    const auto fault = faults::fail(Call::set_end, kRefused, nth);
+    const vu_status status =
+        vu_put(patient, &m_document, "new", 3, VU_REPLACE | VU_IN_PLACE, nullptr);
+    EXPECT_EQ(status == VU_DONE, fault.hits() == 0) << nth;
+    const std::string lines = content(category);
+    EXPECT_TRUE(lines == "other=2\n" || lines == "a.txt=1\nother=2\n") << nth << lines;
+    EXPECT_EQ(content(m_document), status == VU_DONE ? "new" : "old") << nth;
+    if (fault.hits() == 0) break;
+    ASSERT_LT(nth, 100U);
+  }
+  EXPECT_EQ(vu_close_store(patient), VU_DONE);
+}
+
 namespace {
 
 /// A mail folder with one mail to migrate, and its line in the read list.
@@ -231,6 +252,28 @@ class CInterfaceMigration : public CInterfaceInPlace {
 };
 
 }  // namespace
+
+TEST_F(CInterfaceMigration, AReadListThatCannotBeCutKeepsItsLines) {
+  int times_kept = 0;
+  for (std::uint64_t nth = 1;; ++nth) {
+    vu_file::recurseRemoveDir(m_mails);
+    make_folder(m_mails);
+    write_file(m_mails + "\\read.txt", kLine);
+    write_file(m_mails + "\\f4#f5#x#A%20B.kdb", "mail");
+    const auto fault = faults::fail(Call::set_end, kRefused, nth);
+    const vu_status status = vu_migrate_inbox(m_store, "anna");
+    if (fault.hits() == 0) {
+      EXPECT_EQ(status, VU_DONE);
+      EXPECT_EQ(list(), kMigrated);
+      break;
+    }
+    EXPECT_TRUE(list() == kLine || list() == kMigrated) << nth << list();
+    EXPECT_TRUE(list() == kMigrated || status != VU_DONE) << nth;
+    times_kept += list() == kLine ? 1 : 0;
+    ASSERT_LT(nth, 100U);
+  }
+  EXPECT_GT(times_kept, 0);
+}
 
 TEST_F(CInterfaceMigration, ALineThatIsAppendedMeanwhileStays) {
   // The other program appends as soon as it gets the lock of the list.
