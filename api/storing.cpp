@@ -6,6 +6,7 @@
 
 #include "api/in_place.h"
 #include "api/store.h"
+#include "file/folder_entries.h"
 #include "file/handle_core.h"
 #include "file/lock_limit.h"
 #include "index/index_format.h"
@@ -61,7 +62,8 @@ void fill(const Source& source, const Place& place) {
     return;
   }
   vu_file file;
-  file.open(place.folder, place.file, vu_file_base::o_truncate);
+  // Required: a missing file is not created. A clean may have removed the temporary version.
+  static_cast<void>(open_existing(file, place.folder, place.file, vu_file_base::o_truncate));
   const bool is_locked = file.is_locked();
   const bool is_whole = is_locked && write_from(file, source.view());
   file.close();
@@ -146,6 +148,10 @@ class Staged {
     } catch (...) {
       // It stays, as after an interruption.
     }
+    // A copy creates the file again if a clean has removed the temporary version before.
+    const std::string path = m_place.path();
+    if (vu_file::exists(path) && is_entered(m_folder, m_name, m_version, path) == Answer::kNo)
+      remove_new_file(path);
   }
   Staged(const Staged&) = delete;
   Staged& operator=(const Staged&) = delete;

@@ -210,6 +210,35 @@ TEST_F(CInterfaceInPlace, AWriterThatDoesNotWaitLooksOnce) {
   EXPECT_EQ(faults::calls(Call::open), 2U);
 }
 
+// ---- what another program removes meanwhile -----------------------------------------------------
+
+TEST_F(CInterfaceInPlace, AVersionThatIsCleanedWhileItIsStoredLeavesNoFile) {
+  const auto put_next = [&] { return put(m_next, "new", 0); };
+  const auto copy_next = [&] { return vu_copy_in(m_store, &m_next, m_source.c_str(), 0, nullptr); };
+  int times_failed = 0;
+  for (const Step& store : {Step(put_next), Step(copy_next)}) {
+    for (const Call call : {Call::open, Call::copy, Call::flush_file}) {
+      for (std::uint64_t nth = 1;; ++nth) {
+        SCOPED_TRACE(faults::name(call) + std::to_string(nth));
+        vu_remove(m_store, &m_next);
+        const auto clean = [&] {
+          elsewhere([&] {
+            return vu_clean(m_hurried, VU_AREA_USER, "anna", 0, VU_CLEAN_ALL, nullptr, nullptr,
+                            nullptr);
+          });
+        };
+        const auto hook = faults::before(call, clean, nth);
+        const vu_status status = store();
+        if (hook.hits() == 0) break;
+        times_failed += is_made(status) ? 0 : 1;
+        EXPECT_EQ(orphans(), std::vector<std::string>());
+        ASSERT_LT(nth, 100U);
+      }
+    }
+  }
+  EXPECT_GT(times_failed, 4);
+}
+
 // ---- a cut that the system refuses --------------------------------------------------------------
 
 TEST_F(CInterfaceInPlace, ACategoryFileThatCannotBeCutKeepsItsLines) {
