@@ -29,8 +29,10 @@ struct Category {
 /// Locks a category file exclusively if an entry has a line in it. @return whether it has.
 bool lock_if_named(const std::string& folder, const std::string& file, const std::string& entry,
                    Category& category) {
+  // Required: no missing file is created. Between the two opens another program may have removed
+  // the category file, and a file without an entry would become a document by adoption.
   const auto opens_with_line = [&](vu_file_base::type_access mode) {
-    category.file.open(folder, file, mode);
+    static_cast<void>(open_existing(category.file, folder, file, mode));
     category.text = read_to_end(category.file).view();
     return key_text::cut_line(category.text, entry);
   };

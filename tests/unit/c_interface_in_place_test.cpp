@@ -239,6 +239,35 @@ TEST_F(CInterfaceInPlace, AVersionThatIsCleanedWhileItIsStoredLeavesNoFile) {
   EXPECT_GT(times_failed, 4);
 }
 
+TEST_F(CInterfaceInPlace, ACategoryFileThatIsRemovedMeanwhileIsNotMadeAgain) {
+  const vu_document category = document("list.ctg");
+  vu_store* const patient = hurried_store(60'000);
+  int times_removed = 0;
+  for (std::uint64_t nth = 1;; ++nth) {
+    ASSERT_EQ(put(m_document, "old", VU_REPLACE), VU_DONE);
+    ASSERT_EQ(put(category, "a.txt=1\nother=2\n", VU_REPLACE), VU_DONE);
+    vu_status removed = VU_FAILED;
+    const auto remove = [&] {
+      removed = elsewhere([&] { return vu_remove(m_hurried, &category); });
+    };
+    bool is_over = false;
+    {
+      const auto hook = faults::before(Call::open, remove, nth);
+      const vu_status status =
+          vu_put(patient, &m_document, "new", 3, VU_REPLACE | VU_IN_PLACE, nullptr);
+      EXPECT_TRUE(is_made(status)) << last_error().text;
+      is_over = hook.hits() == 0;
+    }
+    times_removed += is_made(removed) ? 1 : 0;
+    EXPECT_EQ(orphans(), std::vector<std::string>()) << nth;
+    EXPECT_EQ(content(m_document), "new");
+    if (is_over) break;
+    ASSERT_LT(nth, 100U);
+  }
+  EXPECT_GT(times_removed, 3);
+  EXPECT_EQ(vu_close_store(patient), VU_DONE);
+}
+
 // ---- a cut that the system refuses --------------------------------------------------------------
 
 TEST_F(CInterfaceInPlace, ACategoryFileThatCannotBeCutKeepsItsLines) {
