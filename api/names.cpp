@@ -67,8 +67,12 @@ bool is_device(std::string_view name) {
   std::string stem(name.substr(0, name.find('.')));
   while (stem.ends_with(' ')) stem.pop_back();
   for (char& c : stem) c = c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-  const bool is_numbered = stem.size() == 4 && (stem.starts_with("COM") || stem.starts_with("LPT"));
-  if (is_numbered) return stem[3] >= '0' && stem[3] <= '9';
+  if (stem.size() > 3 && (stem.starts_with("COM") || stem.starts_with("LPT"))) {
+    const std::string_view number = std::string_view(stem).substr(3);
+    // The superscript digits of Latin-1 count as digits there, in UTF-8.
+    if (number == "\xC2\xB9" || number == "\xC2\xB2" || number == "\xC2\xB3") return true;
+    return number.size() == 1 && number[0] >= '0' && number[0] <= '9';
+  }
   static constexpr std::string_view kDevices[] = {"CON", "PRN", "AUX", "NUL", "CONIN$", "CONOUT$"};
   return std::find(std::begin(kDevices), std::end(kDevices), stem) != std::end(kDevices);
 }

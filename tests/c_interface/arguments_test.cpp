@@ -50,16 +50,18 @@ TEST(CNames, ThoseOfVersionsOnTheirWayAreTheLibrarysOwn) {
 TEST(CNames, WindowsReadsMoreIntoThem) {
   const vu_status expected = is_windows() ? VU_REFUSED : VU_NOTHING_MATCHED;
   for (const char* const name :
-       {"INDEX.DAT", "Index", "index.dat.", "index.dat ", "index.dat::$DATA", "a:b.kdf", "nul",
-        "NUL.kdf", "Com1.txt", "lpt9 .x", "con", "conin$", "ends.", "ends ", "a<.kdf", ">", "a\"b",
-        ".VU-STORING-1", ".Vu-storing-1"}) {
+       {"INDEX.DAT",       "Index",       "index.dat.", "index.dat ", "index.dat::$DATA",
+        "a:b.kdf",         "nul",         "NUL.kdf",    "Com1.txt",   "lpt9 .x",
+        "COM\xC2\xB9.txt", "lpt\xC2\xB3", "con",        "conin$",     "ends.",
+        "ends ",           "a<.kdf",      ">",          "a\"b",       ".VU-STORING-1",
+        ".Vu-storing-1"}) {
     const vu_document where = document("names-windows", name, 1, VU_AREA_USER);
     EXPECT_EQ(name_of(vu_exists(store(), &where)), name_of(expected)) << name;
     const vu_document owned = document(name, "a", 1, VU_AREA_USER);
     EXPECT_EQ(name_of(vu_exists(store(), &owned)), name_of(expected)) << name;
   }
   for (const char* const name :
-       {"com", "comx", "com12", "nulx", "null.kdf", "indexes", "console"}) {
+       {"com", "comx", "com12", "com\xC2\xB4", "nulx", "null.kdf", "indexes", "console"}) {
     const vu_document where = document("names-windows", name, 1, VU_AREA_USER);
     EXPECT_EQ(name_of(vu_exists(store(), &where)), "VU_NOTHING_MATCHED") << name;
   }
