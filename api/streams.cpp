@@ -68,11 +68,13 @@ void check_served(const Address& address) {
   const Place place = place_of(served);
   vu_info info;
   const os::Status described = describe_file(place.path(), served.version, info);
-  if (described.failure() == os::Failure::kNotFound) return;
-  if (!described.ok())
+  const bool is_missing = described.failure() == os::Failure::kNotFound;
+  if (is_missing && !is_there(place.path())) return;
+  if (!described.ok() && !is_missing)
     throw Refusal{VU_FAILED, "the system cannot tell the time of the file", told_path(place.path()),
                   described.code()};
-  const auto time = static_cast<std::int32_t>(info.modified);
+  // The file of a link without a target has no time.
+  const auto time = is_missing ? 0 : static_cast<std::int32_t>(info.modified);
   // OpenRead() takes the time 0 as unknown, and never serves such a file.
   const bool is_too_old = address.is_corporate() && !is_as_named && time < address.version;
   if (time == 0 || is_too_old)

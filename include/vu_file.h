@@ -218,9 +218,9 @@ class VU_STORAGE_API vu_file : public vu_file_base {
   /// @param src the source.
   /// @param dst the target.
   /// @param overwrite false: a copy onto an existing file is refused without a trace.
-  /// @return whether the copy succeeded. A failure is not traced. Do not rely on the success event:
-  /// a failed copy traces it, too. On Linux a target of another account keeps the time of the copy,
-  /// with a warning.
+  /// @return whether the copy succeeded. The system's refusal is not traced. Do not rely on the
+  /// success event: a failed copy traces it, too. On Linux a target of another account keeps the
+  /// time of the copy, with a warning.
   /// @blocking{no: it fails at once if a lock is in its way. On Linux it waits for a lease}
   static bool copyFile(const std::string& src, const std::string& dst, bool overwrite);
   /// Removes a folder with everything in it. A link in it is removed without its target; on Linux

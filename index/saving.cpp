@@ -70,14 +70,7 @@ class IndexSave {
       // Another save must not merge before these files are gone: it would find their lines valid.
       const IndexState::Removal removal = m_state.remove_replaced_files();
       m_saved.raised = removal.raised;
-      // If the system keeps a file, its line is valid again. If the second replacement fails, the
-      // text of the first one stays.
-      if (!removal.are_gone) {
-        IndexSave again(m_index, m_state);
-        m_index.rewind();
-        again.replace();
-        m_outcome = again.m_outcome;
-      }
+      if (!removal.are_gone) replace_again();
     }
     close_replaced(m_index, m_outcome);
     VU_TRACE_M(" STGIndex: (end) index.dat is uptodate");  // sic
@@ -123,6 +116,23 @@ class IndexSave {
     merge(replacement::text_of(m_bytes.view(), m_saved_text));
     m_outcome = replace_text(m_index, m_bytes.view(), text());
     m_saved.is_written = m_outcome.holds == replacement::Holds::kNewText;
+  }
+
+  /// If the system keeps a file, its line is valid again. If this second replacement fails, also by
+  /// an exception, the text of the first one stays, and the save has written it.
+  void replace_again() {
+    try {
+      IndexSave again(m_index, m_state);
+      m_index.rewind();
+      again.replace();
+      m_outcome = again.m_outcome;
+      std::vector<std::string>& withdrawn = again.m_saved.withdrawn;
+      std::move(withdrawn.begin(), withdrawn.end(), std::back_inserter(m_saved.withdrawn));
+      std::sort(m_saved.withdrawn.begin(), m_saved.withdrawn.end());
+    } catch (...) {
+      if (!m_saved.raised) m_saved.raised = std::current_exception();
+      m_outcome.flushed = {0, os::Failure::kOther};  // the close flushes
+    }
   }
 
   // ---- swept files ---------------------------------------------------------------------------

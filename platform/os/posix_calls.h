@@ -198,17 +198,33 @@ inline Status transfer(std::size_t count, std::size_t& done, MovePiece move_piec
   return {};
 }
 
+/// Some file systems take the flag O_NONBLOCK of a file seriously, and refuse a read or write that
+/// would have to wait. Files are opened with that flag, so that no open waits for a pipe.
+/// @return whether it was set, and is cleared now.
+inline bool clear_nonblocking(int descriptor) {
+  const int flags = ::fcntl(descriptor, F_GETFL);
+  return flags != -1 && (flags & O_NONBLOCK) != 0 &&
+         ::fcntl(descriptor, F_SETFL, flags & ~O_NONBLOCK) == 0;
+}
+
+/// Makes a read or write, and repeats it if it was refused only because it would have to wait.
+template <class Call>
+inline ::ssize_t waiting(int descriptor, Call call) {
+  const ::ssize_t moved = call();
+  return moved < 0 && errno == EAGAIN && clear_nonblocking(descriptor) ? call() : moved;
+}
+
 inline Status read_fully(int descriptor, void* buffer, std::size_t count, std::size_t& done) {
   char* const bytes = static_cast<char*>(buffer);
   return transfer(count, done, [&](std::size_t offset, std::size_t length) {
-    return ::read(descriptor, bytes + offset, length);
+    return waiting(descriptor, [&] { return ::read(descriptor, bytes + offset, length); });
   });
 }
 
 inline Status write_fully(int descriptor, const void* data, std::size_t count, std::size_t& done) {
   const char* const bytes = static_cast<const char*>(data);
   return transfer(count, done, [&](std::size_t offset, std::size_t length) {
-    return ::write(descriptor, bytes + offset, length);
+    return waiting(descriptor, [&] { return ::write(descriptor, bytes + offset, length); });
   });
 }
 

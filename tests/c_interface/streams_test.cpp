@@ -103,6 +103,18 @@ TEST(CStreams, ADocumentWhoseTimeIs0IsNotServed) {
   }
 }
 
+#if defined(__linux__)
+TEST(CStreams, ADocumentThatIsALinkWithoutATargetIsNotServed) {
+  const vu_document where = document("served-link", "a.txt", 0, VU_AREA_USER);
+  ASSERT_EQ(put(where, "page"), VU_DONE);
+  const std::string path = path_of(where);
+  std::filesystem::remove(path);
+  std::filesystem::create_symlink("/missing/disk", path);
+  vu_stream* stream = nullptr;
+  EXPECT_EQ(name_of(vu_open(store(), &where, VU_READ_SERVED, &stream)), "VU_OUTDATED");
+}
+#endif
+
 TEST(CStreams, PartsAreWrittenAndReadWhileUpToDate) {
   const vu_document where = document("part", "a.kdf", 1);
   vu_stream* stream = nullptr;

@@ -54,6 +54,14 @@ class CInterfaceInPlace : public CInterfaceTest {
 
 }  // namespace
 
+TEST_F(CInterfaceInPlace, AStoreThatFailsLeavesNeitherFileNorLine) {
+  const auto fault = faults::fail(Call::write, kRefused, 3);
+  EXPECT_EQ(put(m_next, "new", 0), VU_FAILED);
+  EXPECT_EQ(fault.hits(), 1U);
+  EXPECT_EQ(orphans(), std::vector<std::string>());
+  EXPECT_EQ(read_file(m_folder + "\\index.dat").find(".vu-storing-"), std::string::npos);
+}
+
 // ---- copies -------------------------------------------------------------------------------------
 
 TEST_F(CInterfaceInPlace, ACopyMakesNoFileForAVersionThatIsGone) {

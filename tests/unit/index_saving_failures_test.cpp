@@ -10,6 +10,7 @@
 #include <string>
 
 #include "file/replacement.h"
+#include "index/saving.h"
 #include "platform/os/os.h"
 #include "tests/support/recording_sink.h"
 #include "tests/unit/index_fixture.h"
@@ -495,6 +496,24 @@ TEST_F(IndexSaving, FlushesBeforeItUnlocksWhenItsSecondTextIsNotWritten) {
   ASSERT_TRUE(broken);
   EXPECT_EQ(broken->hits(), 1U);
   EXPECT_GE(flushes, 1);
+  EXPECT_EQ(folder.index(), "b.kdb_0000000001/00000002\n");
+}
+
+TEST_F(IndexSaving, HasWrittenAlsoWhenItsSecondTextRaisesAnException) {
+  folder.write("00000001.kdb", "bytes");
+  folder.write("index", "00000001");
+  folder.set_index("a.kdb_0000000001/00000001\n");
+  std::unique_ptr<os::faults::Fault> broken;
+  const auto hook = os::faults::before(Call::remove_file, [&] {
+    broken.reset(new os::faults::Fault(os::faults::fail(Call::read, kRefused)));
+  });
+  const auto fault = os::faults::fail(Call::remove_file, kRefused);
+  const SaveWatch watch;
+  EXPECT_THROW(STGIndex::rename(folder.path(), "a.kdb", 1, "b.kdb", 1), vu_file_except);
+  ASSERT_TRUE(broken);
+  EXPECT_EQ(broken->hits(), 1U);
+  EXPECT_FALSE(watch.has_failed());
+  EXPECT_TRUE(index_is_free());
   EXPECT_EQ(folder.index(), "b.kdb_0000000001/00000002\n");
 }
 

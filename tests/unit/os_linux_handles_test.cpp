@@ -219,6 +219,22 @@ TEST(OsLinuxHandles, ACallWithoutADescriptorLeavesNoNewFile) {
   EXPECT_EQ(read_file(scratch.path("old")), "old");
 }
 
+TEST(OsLinuxHandles, AReadWaitsWhereTheFileSystemHonoursTheFlagOfTheOpen) {
+  int ends[2] = {};
+  ASSERT_EQ(::pipe2(ends, O_NONBLOCK | O_CLOEXEC), 0);
+  std::thread writer([&] {
+    // The reader has been refused once, and waits now.
+    while ((::fcntl(ends[0], F_GETFL) & O_NONBLOCK) != 0) std::this_thread::yield();
+    EXPECT_EQ(::write(ends[1], "text", 4), 4);
+  });
+  char text[4] = {};
+  std::size_t done = 0;
+  EXPECT_TRUE(os::posix::read_fully(ends[0], text, sizeof text, done).ok());
+  writer.join();
+  EXPECT_EQ(std::string(text, done), "text");
+  for (const int end : ends) ::close(end);
+}
+
 TEST(OsLinuxHandles, AFailedOpenLeavesNoDescriptorBehind) {
   const scratch_folder scratch;
   write_file(scratch.path("file"), "");
