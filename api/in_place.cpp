@@ -125,12 +125,12 @@ SourceFile::SourceFile(const std::string& path, const Address& address) : m_path
     if (is_same)
       throw Refusal{VU_FAILED, "the file is that of the version itself", told_path(path)};
   } catch (...) {
-    static_cast<void>(os::close(m_handle));
+    close_read(m_handle);
     throw;
   }
 }
 
-SourceFile::~SourceFile() { static_cast<void>(os::close(m_handle)); }
+SourceFile::~SourceFile() { close_read(m_handle); }
 
 os::Status SourceFile::lock_at_once() const {
   vu_file_base::lock_desc_t lock{};

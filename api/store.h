@@ -61,6 +61,15 @@ class StoreUse {
   Use m_use;
 };
 
+/// Closes a handle that has written nothing, so a failure loses nothing. Nothing throws.
+inline void close_read(os::Handle handle) noexcept {
+  try {
+    static_cast<void>(os::close(handle));
+  } catch (...) {
+    // The system has closed it, or keeps it until the end of the process.
+  }
+}
+
 /// vu_file can be open without its lock: if the lock was refused. @throws Refusal then.
 void check_locked(const vu_file& file);
 

@@ -148,10 +148,14 @@ class Staged {
     } catch (...) {
       // It stays, as after an interruption.
     }
-    // A copy creates the file again if a clean has removed the temporary version before.
-    const std::string path = m_place.path();
-    if (vu_file::exists(path) && is_entered(m_folder, m_name, m_version, path) == Answer::kNo)
-      remove_new_file(path);
+    try {
+      // A copy creates the file again if a clean has removed the temporary version before.
+      const std::string path = m_place.path();
+      if (vu_file::exists(path) && is_entered(m_folder, m_name, m_version, path) == Answer::kNo)
+        remove_new_file(path);
+    } catch (...) {
+      // The file stays, as after an interruption.
+    }
   }
   Staged(const Staged&) = delete;
   Staged& operator=(const Staged&) = delete;

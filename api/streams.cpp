@@ -125,8 +125,12 @@ class Refresh {
         m_part(folder + "\\" + part),
         m_staged(folder + "\\" + staged_name(part)) {}
   ~Refresh() {
-    // After a rename there is no such file.
-    if (m_is_staged) static_cast<void>(os::remove_file(m_staged));
+    try {
+      // After a rename there is no such file.
+      if (m_is_staged) static_cast<void>(os::remove_file(m_staged));
+    } catch (...) {
+      // It stays, as after an interruption.
+    }
   }
   Refresh(const Refresh&) = delete;
   Refresh& operator=(const Refresh&) = delete;
@@ -175,7 +179,7 @@ class Refresh {
     explicit OldPart(const std::string& path)
         : opened(os::open(path, os::Access::kReadWriteExisting, handle)) {}
     ~OldPart() {
-      if (opened.ok()) static_cast<void>(os::close(handle));
+      if (opened.ok()) close_read(handle);
     }
     OldPart(const OldPart&) = delete;
     OldPart& operator=(const OldPart&) = delete;
