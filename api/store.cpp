@@ -211,7 +211,8 @@ void look_again(int tries) {
 bool has_moved(const Address& address, const Place& place, int tries) {
   if (tries == kMost || LockLimit::passed()) return false;
   // On Windows a removed file is found, but cannot be opened, until all its handles are closed.
-  if (vu_file::exists(place.path()) && !is_elsewhere(address, place)) return false;
+  const bool was_refused = Call::current().failed_path() == place.path();
+  if (vu_file::exists(place.path()) && !(was_refused && is_elsewhere(address, place))) return false;
   Call::current().forget();
   return true;
 }

@@ -117,97 +117,20 @@ vu_status open_document(const Store& store, const vu_document* document, std::in
 
 constexpr const char* kNoPart = "the part is missing or too old; generate it and write it";
 
-/// A part, and the preload copy that is to replace it.
-class Refresh {
- public:
-  Refresh(const std::string& preload_folder, const std::string& folder, const std::string& part)
-      : m_preload(preload_folder + "\\" + part),
-        m_part(folder + "\\" + part),
-        m_staged(folder + "\\" + staged_name(part)) {}
-  ~Refresh() {
-    try {
-      // After a rename there is no such file.
-      if (m_is_staged) static_cast<void>(os::remove_file(m_staged));
-    } catch (...) {
-      // It stays, as after an interruption.
-    }
-  }
-  Refresh(const Refresh&) = delete;
-  Refresh& operator=(const Refresh&) = delete;
+/// Copies a newer preload copy over a part. Required: into the file of the part. A writer that
+/// waits for the lock of the part would otherwise write a file without a name.
+/// @throws Refusal if the system refuses that
+void refresh(const std::string& preload, const std::string& part) {
+  const os::Status copied =
+      os::copy(preload, part, os::IfExists::kReplace, nullptr, os::Flushed::kYes);
+  if (!copied.ok())
+    throw Refusal{VU_FAILED, "the newer preload copy cannot replace the part", told_path(part),
+                  copied.code()};
+  // A part that is read-only like its preload copy could never be refreshed again.
+  static_cast<void>(os::make_writable(part));
+}
 
-  /// Replaces the part. Does nothing if it is not older than the preload copy any more.
-  ///
-  /// Required: by a whole copy that is on the device, not by a copy over the part. An interruption
-  /// would leave the beginning of such a copy, with the time of the interruption. Readers would
-  /// take it for up to date for ever. Until the part has its new file it is missing: then the next
-  /// reader refreshes it.
-  /// @throws Refusal if the system refuses a step
-  void run() {
-    const os::Status copied =
-        os::copy(m_preload, m_staged, os::IfExists::kFail, nullptr, os::Flushed::kYes);
-    check(copied);
-    m_is_staged = true;
-    // A part that is read-only like its preload copy could never be refreshed again.
-    static_cast<void>(os::make_writable(m_staged));
-    if (!remove_old()) return;
-    const os::Status renamed = os::rename(m_staged, m_part);
-    // Another program has just written or refreshed the part.
-    if (renamed.failure() != os::Failure::kAlreadyExists) check(renamed);
-    m_is_staged = !renamed.ok();
-  }
-
- private:
-  /// Removes the old part, unless another program is using it. @return false if it is not older
-  /// than the preload copy any more.
-  bool remove_old() const {
-    os::Status locked;
-    os::Status removed;
-    {
-      // Required: closed before the check of the removal. On Windows the name can stay until then.
-      const OldPart old(m_part);
-      if (old.opened.failure() == os::Failure::kNotFound) return true;
-      check(old.opened);
-      locked = old.lock();
-      if (time_of(m_part) >= time_of(m_preload)) return false;
-      if (locked.failure() != os::Failure::kLocked) removed = os::remove_file(m_part);
-    }
-    if (locked.failure() == os::Failure::kLocked) check(locked);
-    if (removed.failure() != os::Failure::kNotFound) check(removed);
-    return true;
-  }
-  struct OldPart {
-    explicit OldPart(const std::string& path)
-        : opened(os::open(path, os::Access::kReadWriteExisting, handle)) {}
-    ~OldPart() {
-      if (opened.ok()) close_read(handle);
-    }
-    OldPart(const OldPart&) = delete;
-    OldPart& operator=(const OldPart&) = delete;
-    os::Status lock() const {
-      vu_file_base::lock_desc_t record{};
-      return os::lock(handle, {os::kLockExclusive | os::kLockFailAtOnce, 0, 0xFFFFFFFFU,
-                               0xFFFFFFFFU, record.region});
-    }
-
-    os::Handle handle = os::kNoHandle;
-    os::Status opened;
-  };
-  static std::int32_t time_of(const std::string& path) {
-    return static_cast<std::int32_t>(vu_file::modify_time(path));
-  }
-  void check(const os::Status& status) const {
-    if (!status.ok())
-      throw Refusal{VU_FAILED, "the newer preload copy cannot replace the part", told_path(m_part),
-                    status.code()};
-  }
-
-  std::string m_preload;
-  std::string m_part;
-  std::string m_staged;
-  bool m_is_staged = false;
-};
-
-/// Opens a part as OpenReadSubPart() does, but puts a preload copy in place as a whole.
+/// Opens a part as OpenReadSubPart() does, but flushes the copy of a preload copy.
 /// @throws Refusal, vu_file_except
 void open_part_to_read(vu_file& file, const Address& address, const std::string& rendition,
                        const std::string& part) {
@@ -218,7 +141,7 @@ void open_part_to_read(vu_file& file, const Address& address, const std::string&
                                           address.version, folder, preload_folder);
   if (way == kForceRetrieve)
     throw Refusal{VU_FAILED, "the system cannot tell the time of the document", {}};
-  if (way == kFromPreload) Refresh(preload_folder, folder, part).run();
+  if (way == kFromPreload) refresh(preload_folder + "\\" + part, folder + "\\" + part);
   if (way == kUpToDate || way == kFromPreload) {
     try {
       file.open(folder, part, vu_file_base::o_read);

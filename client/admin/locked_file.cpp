@@ -94,8 +94,10 @@ os::Status LockedFile::open(const std::string& path, For purpose, const sys::Loc
       kind == sys::Kind::kMissing || kind == sys::Kind::kFile || kind == sys::Kind::kUnknown;
   if (!may_be_file) return kNoPlainFile;
   const bool reads = purpose == For::kReading;
-  const os::Status opened =
-      OpenFile::open(path, reads ? os::Access::kReadExisting : os::Access::kReadWriteCreate);
+  const os::Access access = reads                       ? os::Access::kReadExisting
+                            : purpose == For::kCreating ? os::Access::kReadWriteCreate
+                                                        : os::Access::kReadWriteExisting;
+  const os::Status opened = OpenFile::open(path, access);
   if (!opened.ok() || (reads && locking.mode == sys::Locking::Mode::kNone)) return opened;
   const os::Status locked = sys::wait_for_lock(
       path, locking, [&] { return try_lock(reads ? Lock::kShared : Lock::kExclusive); });

@@ -228,7 +228,8 @@ void NewVersions::prepare() {
 
 bool NewVersions::open_index() {
   const std::string path = path_of(index_format::kIndexFile);
-  const bool is_new = sys::describe(path).kind == sys::Kind::kMissing;
+  const sys::Kind kind = sys::describe(path).kind;
+  const bool is_new = kind == sys::Kind::kMissing || kind == sys::Kind::kUnknown;
   os::Status status = m_index.file.open(path, LockedFile::For::kCreating, m_locking);
   if (status.ok() && is_new && m_index.file.size() == 0) {
     // An empty index would look like one that lost its entries.

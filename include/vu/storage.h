@@ -79,8 +79,8 @@
  *   after a power failure, the file as an orphan.
  * - vu_rename(): the complete version under its old name or its new one, between two folders
  *   possibly under both; possibly also what vu_copy_in() leaves.
- * - vu_open_part() with a newer preload copy: the old part, none, or the whole preload copy. The
- *   next call uses the preload copy. A file that begins with ".vu-storing-" can stay beside it.
+ * - vu_open_part() with a newer preload copy: an empty part, or the first bytes of the preload
+ *   copy. It counts as up to date: remove it, and the next call copies again.
  *
  * A version or key file that was written in place must be written again. The rest needs no action.
  * The next save of the index drops dangling entries. The next call that lists or changes the folder
@@ -481,7 +481,7 @@ VU_C_API vu_status vu_open(vu_store* store, const vu_document* document, int32_t
  * Opens a part ("sub-part" in the glossary) of a document of VU_AREA_DOCS, for example one page.
  *
  * Reading opens a part that is up to date. A newer preload copy (vu_storage::OpenReadSubPart())
- * first takes the place of the part. After VU_OUTDATED the caller generates the part and writes it.
+ * is first copied over the part. After VU_OUTDATED the caller generates the part and writes it.
  *
  * @param rendition "html@" + name, "pdf@" + name, or another name without "@". The guard refuses
  *   any other "@", and the name "preload": the folder of the preload copies.
@@ -489,9 +489,9 @@ VU_C_API vu_status vu_open(vu_store* store, const vu_document* document, int32_t
  * @param mode VU_READ_SERVED or VU_WRITE_OVER.
  * @param stream receives the handle; null on failure. The caller closes it with vu_stream_close().
  * @return VU_NOTHING_MATCHED: there is no such version of the document. VU_OUTDATED: the part is
- *   missing or too old. VU_FAILED: also, at once, if a newer preload copy cannot take the place of
- *   the part, for example while another stream has the part open. Otherwise waits for writers of
- *   the index, then for writers of the part; to write it, also for its readers.
+ *   missing or too old. VU_FAILED: also, at once, if a newer preload copy cannot be copied over the
+ *   part, for example while another stream has the part open. Otherwise waits for writers of the
+ *   index, then for writers of the part; to write it, also for its readers.
  */
 VU_C_API vu_status vu_open_part(vu_store* store, const vu_document* document, const char* rendition,
                                 const char* part, int32_t mode, vu_stream** stream);

@@ -39,6 +39,7 @@ Status windows::fail(std::uint32_t code) {
   switch (code) {
     case ERROR_FILE_NOT_FOUND:
     case ERROR_PATH_NOT_FOUND:
+    case ERROR_DELETE_PENDING:  // removed, but another program still has it open
     case ERROR_ENVVAR_NOT_FOUND: return {number, Failure::kNotFound};
     case ERROR_ALREADY_EXISTS:
     case ERROR_FILE_EXISTS: return {number, Failure::kAlreadyExists};
