@@ -110,7 +110,8 @@ std::string_view key_line(std::string_view text, std::size_t number) {
 
 bool is_dangling(const FolderView& folder, std::string_view line) {
   const auto pair = key_text::split(line, key_text::Separator::kFirst);
-  if (!pair) return false;
+  // Without the names of the index, every line would look dangling.
+  if (!pair || folder.index_state() != IndexState::kRead) return false;
   if (folder.find(pair->name) != FolderView::kNone || folder.find(pair->value) != FolderView::kNone)
     return false;
   for (const LintedLine& entry : IndexLint(folder)) {

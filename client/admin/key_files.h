@@ -35,7 +35,8 @@ std::string master_profile(const std::string& config_folder);
 
 /// A line of a key file by its number from 1; empty lines do not count.
 std::string_view key_line(std::string_view text, std::size_t number);
-/// Whether neither side of a line in a key file is a name in the folder.
+/// Whether neither side of a line in a key file is a name in the folder. No line is dangling if the
+/// index has no text: its names may be lost.
 bool is_dangling(const FolderView& folder, std::string_view line);
 /// The key file without these lines. @param removed the number of lines that were removed.
 std::string without_key_lines(std::string_view text, const std::set<std::string>& lines,

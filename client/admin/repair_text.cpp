@@ -98,7 +98,12 @@ std::int32_t highest_number(const FolderView& folder) {
 }
 
 std::string highest_name(const FolderView& folder) {
-  return index_format::generated_name(highest_number(folder));
+  std::int32_t highest = highest_number(folder);
+  // A link or a folder can be in the place of an entry's file. Its number is in use, too.
+  for (const LintedLine& line : IndexLint(folder)) {
+    if (line.verdict == Verdict::kEntry) highest = std::max(highest, number_drawn_for(line.stored));
+  }
+  return index_format::generated_name(highest);
 }
 
 std::int32_t counter_in(std::string_view text) { return index_format::parse_decimal(text); }

@@ -43,7 +43,7 @@ bool is_unclaimed_file(const FolderView& folder, std::string_view name);
 std::int32_t number_drawn_for(std::string_view stored);
 /// The highest number in the folder's generated file names; 0 if it has none.
 std::int32_t highest_number(const FolderView& folder);
-/// The file name with the highest number.
+/// The name with the highest number, of a file or an entry.
 std::string highest_name(const FolderView& folder);
 std::int32_t counter_in(std::string_view text);
 /// Whether a name in the folder is a sub-part folder of no document: no file has its document's

@@ -33,12 +33,31 @@ constexpr std::array<Code, 9> kRepaired = {
     Code::kCounterUnreadable, Code::kPartsWithoutDocument, Code::kFileWithoutLine};
 bool is_repaired(Code code) { return std::ranges::find(kRepaired, code) != kRepaired.end(); }
 
+/// What prevents repairs in its folder.
+bool is_obstacle(Code code) {
+  return code == Code::kNotWritable || code == Code::kUnreadableIndex || code == Code::kUnknownLine;
+}
+
+/// Whether a repair would move something away that a plan cannot name.
+bool has_odd_name(const Finding& finding) {
+  const bool is_moved =
+      finding.code == Code::kFileWithoutLine || finding.code == Code::kPartsWithoutDocument;
+  return is_moved && admin::why_not_safe(finding.name) != nullptr;
+}
+
+bool is_problem(Code code) { return admin::kind_of(code).severity != Severity::kInfo; }
+
 bool is_folder_gone(Code code) {
   return code == Code::kFolderReplaced || code == Code::kMissingArea;
 }
 
 bool has(const std::vector<Code>& codes, bool (*matches)(Code)) {
   return std::any_of(codes.begin(), codes.end(), matches);
+}
+
+std::string remedy_for(const std::string& folder, Code code) {
+  const FindingKind& kind = admin::kind_of(code);
+  return formatted("{}: {}: {}", folder, kind.name, kind.remedy);
 }
 
 Json fields_of(const Finding& finding) {
@@ -219,6 +238,8 @@ class CheckReport {
       }
     }
     if (has(codes, is_folder_gone)) return formatted("{}: restore it from a backup", name);
+    if (const auto first = std::ranges::find_if(codes, is_obstacle); first != codes.end())
+      return remedy_for(name, *first);
     const auto is_gone = [](Code code) { return code == Code::kLineWithoutFile; };
     if (has(codes, is_gone))
       return formatted(
@@ -226,20 +247,22 @@ class CheckReport {
           "plan.json",
           name);
     if (has(codes, is_repaired)) return "stgctl repair --plan plan.json";
-    for (const Code code : codes) {
-      const FindingKind& kind = admin::kind_of(code);
-      if (kind.severity != Severity::kInfo)
-        return formatted("{}: {}: {}", name, kind.name, kind.remedy);
-    }
-    return {};
+    const auto next = std::ranges::find_if(codes, is_problem);
+    return next == codes.end() ? std::string() : remedy_for(name, *next);
   }
 
   std::vector<std::string> next_steps() {
     std::map<std::string, std::vector<Code>> by_folder;
-    for (const Finding& finding : m_findings)
-      by_folder[is_folder_gone(finding.code) ? place_of(finding) : finding.folder].push_back(
-          finding.code);
     std::vector<std::string> steps;
+    for (const Finding& finding : m_findings) {
+      if (!has_odd_name(finding)) {
+        by_folder[is_folder_gone(finding.code) ? place_of(finding) : finding.folder].push_back(
+            finding.code);
+      } else if (m_lists == Lists::kWhole || steps.size() < kListed) {
+        steps.push_back(formatted("{}: rename it, or move it away: {}", shown(place_of(finding)),
+                                  admin::why_not_safe(finding.name)));
+      }
+    }
     for (const auto& [folder, codes] : by_folder) {
       if (m_lists == Lists::kCut && steps.size() == kListed) break;
       std::string step = next_step(folder, codes);

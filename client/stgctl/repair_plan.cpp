@@ -40,6 +40,10 @@ constexpr const char* kNamesFirst =
 constexpr const char* kNeedsForce =
     "it would remove most of the folder; restore names and files first, or use --force";
 
+constexpr const char* kIndexUnread =
+    "its index cannot be read; mend that first, then write another plan";
+constexpr const char* kOddName =
+    "rename it first: a plan has no name with a separator, a wildcard or a line feed";
 constexpr const char* kNameLost =
     "its name may have been in the damaged lines: restore the index from a backup, give the file "
     "an entry with 'stgctl sync', or use --force";
@@ -54,6 +58,19 @@ bool is_number(std::string_view name) {
 Code code_of(admin::Verdict verdict) {
   if (verdict == admin::Verdict::kNoFile) return Code::kLineWithoutFile;
   return verdict == admin::Verdict::kDuplicateKey ? Code::kDuplicateKey : Code::kMalformedLine;
+}
+
+/// Why a repair cannot have this path below the storage folder; null if it can.
+const char* why_no_target(std::string_view path) {
+  const std::vector<std::string_view> parts = split(path, '/');
+  for (const std::string_view& part : parts) {
+    const bool is_index = index_format::is_index_file(part);
+    if ((!is_index && admin::why_not_safe(part) != nullptr) ||
+        (is_index && &part != &parts.back()) ||
+        (&part == &parts.front() && !admin::area_named(part)))
+      return "is not a path in the tree";
+  }
+  return parts.size() < 2 ? "is not a file of a document folder" : nullptr;
 }
 
 bool is_about_lines(Code code) {
@@ -102,21 +119,55 @@ class Planning {
     folder.path = path;
     m_view.load(folder, m_context.locking());
     m_planned_lines.clear();
-    m_is_restored = plan_restoring();
+    m_index_stays = why_index_stays();
+    m_is_restored = m_index_stays.empty() && plan_restoring();
     note_lost_names(findings);
     const std::size_t before = m_plan.repairs.size();
-    if (!m_is_restored && m_view.index_state() == admin::IndexState::kRead) plan_lines();
+    const bool has_lines = m_view.index_state() == admin::IndexState::kRead;
+    if (has_lines && !m_is_restored && m_index_stays.empty()) plan_lines();
     std::vector<const Finding*> done;
     for (const Finding& finding : findings) {
+      m_remedy = m_is_restored                  ? kNamesFirst
+                 : is_kept(finding)             ? kNameLost
+                 : is_about_lines(finding.code) ? m_index_stays
+                                                : std::string();
       const bool is_planned =
           is_about_lines(finding.code) && m_planned_lines.contains(finding.line);
       if (is_planned || (wanted(finding.code) && plan(finding))) {
         done.push_back(&finding);
       } else {
-        leave(finding, m_is_restored ? kNamesFirst : is_kept(finding) ? kNameLost : nullptr);
+        leave(finding, m_remedy);
       }
     }
     if (!m_is_restored) spare_folder(path, before, done);
+  }
+
+  /// Why no repair can change the index, or move a file under its lock; empty if one can.
+  std::string why_index_stays() const {
+    const std::string path = m_view.path_of(index_format::kIndexFile);
+    if (why_no_target(relative(path)) != nullptr) return kOddName;
+    const admin::IndexState state = m_view.index_state();
+    if (state == admin::IndexState::kMissing) return {};
+    if (state == admin::IndexState::kLocked || state == admin::IndexState::kFailed)
+      return kIndexUnread;
+    return why_not_changed(path);
+  }
+
+  /// Why a repair cannot write a file or folder; empty if it can.
+  std::string why_not_changed(const std::string& path) const {
+    const os::Status status = sys::probe_writable(path);
+    if (status.ok()) return {};
+    return formatted("{} cannot be written: {}; mend that first, then write another plan",
+                     shown(relative(path)), admin::why_not_writable(path, status));
+  }
+
+  /// Whether a repair can have the path as its target and write @p written. If not, notes what to
+  /// do first.
+  bool can_repair(const std::string& path, const std::string& written) {
+    const bool is_target = why_no_target(relative(path)) == nullptr;
+    const std::string why = is_target ? why_not_changed(written) : kOddName;
+    if (!why.empty()) m_remedy = why;
+    return why.empty();
   }
 
   /// Restores what a snapshot or the damaged text still contains, before anything is removed.
@@ -140,7 +191,9 @@ class Planning {
     };
     for (const std::string& line : known.lines) add(line, formatted("snapshot {}", known.snapshot));
     for (const std::string& line : admin::salvaged_lines(m_view)) add(line, "text");
-    if (repair.lines.empty()) return false;
+    std::size_t added = 0;
+    static_cast<void>(admin::with_restored_lines(m_view, repair.lines, added));
+    if (added == 0) return false;
     m_plan.repairs.push_back(std::move(repair));
     return true;
   }
@@ -271,6 +324,11 @@ class Planning {
     const bool is_folder = info.kind == sys::Kind::kFolder;
     // If the index has lost its names, every file is an orphan. Names are restored first.
     if (why_not_movable(m_view, path, is_folder) != nullptr) return false;
+    if (!m_index_stays.empty()) {
+      m_remedy = m_index_stays;
+      return false;
+    }
+    if (!can_repair(path, m_view.folder().path)) return false;
     Repair& repair = add(RepairKind::kQuarantine, finding.code, path);
     repair.is_folder = is_folder;
     repair.bytes = info.size;
@@ -283,7 +341,7 @@ class Planning {
     std::string text;
     if (!sys::read_file(path, m_context.locking(), text).ok()) return false;
     const std::string line(admin::key_line(text, finding.line));
-    if (line.empty() || !admin::is_dangling(m_view, line)) return false;
+    if (line.empty() || !admin::is_dangling(m_view, line) || !can_repair(path, path)) return false;
     const bool is_same = !m_plan.repairs.empty() &&
                          m_plan.repairs.back().kind == RepairKind::kRemoveKeyLines &&
                          m_plan.repairs.back().path == relative(path);
@@ -294,6 +352,8 @@ class Planning {
 
   bool plan_counter(const Finding& finding) {
     const std::string path = m_view.path_of(index_format::kCounterFile);
+    const bool is_missing = sys::describe(path).kind == sys::Kind::kMissing;
+    if (!can_repair(path, is_missing ? m_view.folder().path : path)) return false;
     add(RepairKind::kSetCounter, finding.code, path).value = admin::highest_name(m_view);
     return true;
   }
@@ -306,12 +366,13 @@ class Planning {
     return repair;
   }
 
-  void leave(const Finding& finding, const char* remedy) {
+  /// @param remedy empty for that of the finding's kind.
+  void leave(const Finding& finding, std::string_view remedy) {
     const admin::FindingKind& kind = admin::kind_of(finding.code);
     m_plan.left.push_back({{"code", kind.name},
                            {"path", relative(place_of(finding))},
                            {"detail", finding.detail},
-                           {"remedy", remedy != nullptr ? remedy : kind.remedy}});
+                           {"remedy", remedy.empty() ? kind.remedy : remedy}});
   }
 
   Context& m_context;
@@ -321,6 +382,8 @@ class Planning {
   std::set<std::size_t> m_planned_lines;
   Emptying m_emptying;
   SavedNames m_saved;
+  std::string m_index_stays;  ///< of the folder, see why_index_stays()
+  std::string m_remedy;       ///< for the finding, if it is not planned; can be empty
   bool m_is_restored = false;
   bool m_has_lost_names = false;
 };
@@ -423,17 +486,9 @@ std::string name_in(const nlohmann::json& object, const std::string& key) {
 }
 
 std::string path_in_tree(Context& context, const std::string& path) {
+  if (const char* const why = why_no_target(path)) reject("{} {}", shown(path), why);
   std::string full = context.tree().storage;
-  const std::vector<std::string_view> parts = split(path, '/');
-  for (const std::string_view& part : parts) {
-    const bool is_index = index_format::is_index_file(part);
-    if ((!is_index && admin::why_not_safe(part) != nullptr) ||
-        (is_index && &part != &parts.back()) ||
-        (&part == &parts.front() && !admin::area_named(part)))
-      reject("{} is not a path in the tree", shown(path));
-    full = sys::join(full, part);
-  }
-  if (parts.size() < 2) reject("{} is not a file of a document folder", shown(path));
+  for (const std::string_view part : split(path, '/')) full = sys::join(full, part);
   check_no_link(context, full);
   return full;
 }

@@ -2,6 +2,7 @@
 
 #include <ctime>
 
+#include "client/admin/key_files.h"
 #include "client/admin/repair_text.h"
 #include "client/tests/admin/tree_fixture.h"
 #include "tests/support/interrupted_save.h"
@@ -404,3 +405,17 @@ TEST_F(AdminCheck, FindsANameNearTheLimit) {
 }
 
 #endif
+
+TEST_F(AdminCheck, CallsNoKeyLineDanglingWithoutTheNamesOfTheIndex) {
+  user_file("attribut.txt", "gone.txt=1\n");
+  const auto is_dangling = [&] {
+    admin::FolderView view;
+    view.load({Area::kUser, "anna", "", user()}, {});
+    return admin::is_dangling(view, "gone.txt=1");
+  };
+  EXPECT_FALSE(is_dangling());
+  user_index("");
+  EXPECT_FALSE(is_dangling());
+  user_index(" ");
+  EXPECT_TRUE(is_dangling());
+}

@@ -1,10 +1,10 @@
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <regex>
 #include <set>
 
-#include <filesystem>
-
-#include "client/tests/stgctl/fixture.h"
+#include "client/tests/stgctl/repair_fixture.h"
 #include "tests/support/real_kernel.h"
 
 /// explain and check.
@@ -340,3 +340,132 @@ TEST_F(ClientCheckLoss, NamesComeBackInOtherFoldersThanTheOneThatCannotBeWritten
       << result.err;
   EXPECT_EQ(get("other.kdc"), "o");
 }
+
+// ---- what check calls repairable, repair repairs -----------------------------------------------
+
+class ClientCheckAndRepair : public HarmedTree {
+ protected:
+  using Codes = std::set<std::string>;
+
+  /// The codes that a check of the tree reports.
+  Codes found() {
+    Codes codes;
+    for (const Json& line : lines_of_check()) {
+      if (line.at("record") == "finding") codes.insert(line.at("code").get<std::string>());
+    }
+    return codes;
+  }
+  /// The kinds of findings whose remedy is a repair.
+  Codes repairable() {
+    Codes codes = {"line-without-file"};
+    for (const Json& kind : json({"check", "--codes"})) {
+      if (kind.at("remedy").get<std::string>().find("stgctl repair") != std::string::npos)
+        codes.insert(kind.at("code").get<std::string>());
+    }
+    // The user removes it first, and a repair creates it again.
+    codes.erase("counter-unusable");
+    return codes;
+  }
+  std::vector<Json> lines_of_check() {
+    const outcome result = on_tree({"check", "--json"});
+    std::vector<Json> lines;
+    for (const std::string& line : lines_of(result.out)) lines.push_back(Json::parse(line));
+    return lines;
+  }
+  /// Writes a plan and applies it. @return what was left, as "CODE NAME: REMEDY".
+  std::vector<std::string> repair() {
+    const outcome planned = on_tree({"repair", "--plan", plan(), "--yes", "--force"});
+    EXPECT_EQ(planned.code, 0) << planned.err;
+    const Json written = Json::parse(read_file(plan()));
+    const outcome applied = on_tree({"repair", "--apply", plan(), "--yes"});
+    EXPECT_EQ(applied.code, 0) << applied.err << applied.out;
+    EXPECT_EQ(applied.out.find("skipped"), std::string::npos) << applied.out;
+    std::vector<std::string> left;
+    for (const Json& each : written.at("left")) {
+      const std::string path = each.at("path").get<std::string>();
+      left.push_back(each.at("code").get<std::string>() + " " + path.substr(path.rfind('/') + 1) +
+                     ": " + each.at("remedy").get<std::string>());
+    }
+    return left;
+  }
+};
+
+TEST_F(ClientCheckAndRepair, EveryRepairableKindIsGoneAfterARepair) {
+  harm();
+  write_file(m_folder + "/.stgctl-part", "unfinished");
+  put("other.kdc", "o");
+  put("b.kdc", "b");
+  const auto folder_of = [&](const char* name) {
+    return std::filesystem::path(physical("docs", name)).parent_path().string();
+  };
+  ASSERT_NE(folder_of("b.kdc"), m_folder);
+  write_file(folder_of("b.kdc") + "/index", "-1");
+  ASSERT_EQ(change({"put", source("first.ctg", "lost.txt=1\n"), "--area", "user"}).code, 0);
+  const Codes wanted = repairable();
+  const Codes before = found();
+  for (const std::string& code : wanted) EXPECT_TRUE(before.contains(code)) << code;
+  EXPECT_EQ(repair(), std::vector<std::string>());
+  EXPECT_EQ(found(), Codes());
+}
+
+TEST_F(ClientCheckAndRepair, ACounterIsSetBeyondANumberWhoseFileIsReplaced) {
+  const std::string file = physical("docs", "a.kdc");
+  std::filesystem::remove(shell_path(file));
+  std::filesystem::create_directory(shell_path(file));
+  write_file(m_folder + "/index", "00000000");
+  ASSERT_TRUE(found().contains("counter-behind"));
+  EXPECT_EQ(repair().size(), 1U);
+  EXPECT_EQ(found(), (Codes{"document-replaced", "stray-item"}));
+}
+
+TEST_F(ClientCheckAndRepair, AnIndexThatCannotBeReadStaysWithAllThatItMayName) {
+  write_file(m_folder + "/index", "00000000");
+  make_folder(m_folder + "/00000099.kdc_");
+  write_file(m_folder + "/.stgctl-part", "unfinished");
+  std::filesystem::remove(shell_path(m_folder + "/index.dat"));
+  std::filesystem::create_directory(shell_path(m_folder + "/index.dat"));
+  ASSERT_TRUE(found().contains("parts-without-document"));
+  const std::string remedy = ": its index cannot be read; mend that first, then write another plan";
+  const std::vector<std::string> left = repair();
+  for (const char* const what :
+       {"parts-without-document 00000099.kdc_", "unfinished-file .stgctl-part"})
+    EXPECT_EQ(std::ranges::count(left, what + remedy), 1) << what;
+  EXPECT_TRUE(folder_exists(m_folder + "/00000099.kdc_"));
+}
+
+TEST_F(ClientCheckAndRepair, AnIndexThatCannotBeWrittenStays) {
+  NEEDS_A_REAL_KERNEL("a read-only file is refused for writing, whoever asks");
+  write_file(m_folder + "/index.dat", m_healthy + "gone.kdc_0000000000/00000077\n");
+  write_file(m_folder + "/stray.tmp", "x");
+  write_file(m_folder + "/index", "00000000");
+  make_read_only(m_folder + "/index.dat");
+  const std::vector<Json> lines = lines_of_check();
+  EXPECT_NE(lines.back().at("next").dump().find("not-writable"), std::string::npos) << lines.back();
+  const std::vector<std::string> left = repair();
+  ASSERT_EQ(left.size(), 3U);
+  for (const std::string& each : left) {
+    const bool is_told =
+        each.find("/index.dat cannot be written: it is read-only; mend that") != std::string::npos;
+    EXPECT_EQ(is_told, !each.starts_with("not-writable")) << each;
+  }
+  EXPECT_EQ(read_file(m_folder + "/index"), "00000001");
+  make_writable(m_folder + "/index.dat");
+}
+
+#if !defined(_WIN32)  // where a name contains none of these
+TEST_F(ClientCheckAndRepair, APlanHasNoNameThatItsApplicationRefuses) {
+  write_file(m_folder + "/plain.tmp", "x");
+  for (const std::string name : {"star*.tmp", "line\nfeed.tmp", "what?.tmp"})
+    std::ofstream(shell_path(m_folder) + "/" + name) << "x";
+  const std::vector<std::string> left = repair();
+  ASSERT_EQ(left.size(), 3U);
+  for (const std::string& each : left) EXPECT_NE(each.find(": rename it first"), std::string::npos);
+  EXPECT_FALSE(file_exists(m_folder + "/plain.tmp"));
+  const Json next = lines_of_check().back().at("next");
+  ASSERT_EQ(next.size(), 3U) << next;
+  for (const Json& step : next)
+    EXPECT_NE(step.get<std::string>().find(": rename it, or move it away: it contains a "),
+              std::string::npos)
+        << step;
+}
+#endif
