@@ -130,6 +130,20 @@ Obstacle obstacle_of_file(Obstacle::Kind what, const std::string& path) {
 
 }  // namespace
 
+bool can_be_stored_as(const std::string& folder, std::string_view logical) {
+  constexpr std::size_t kShort = 64;
+  const std::string_view extension = index_format::extension_of(logical);
+  // Such an extension is possible on every system.
+  if (extension.size() <= kShort && index_format::is_escaped_form(extension)) return true;
+  if (extension.find_first_of(std::string_view("/\\\0", 3)) != std::string_view::npos) return false;
+  // Both are necessary: the search takes "*" and "?" for patterns, and the name of a stream, with a
+  // colon, has attributes.
+  const std::string path =
+      sys::join(folder, std::string(index_format::kTroubleName) + std::string(extension));
+  return os::probe_attributes(path).failure() != os::Failure::kNoName &&
+         os::probe_search(path).failure() != os::Failure::kNoName;
+}
+
 std::string why_not_readable(const std::string& path, const os::Status& status) {
   if (status.failure() == os::Failure::kLocked) return sys::reason_of(status);
   switch (sys::describe(path).kind) {

@@ -101,6 +101,10 @@ std::vector<Obstacle> obstacles_to_writing(const std::string& folder);
 /// The first obstacle in one sentence; empty if there is none.
 std::string why_not_storable(const std::string& folder);
 
+/// Whether the system allows the file name that the library would give to a new document: a number
+/// with the extension of the logical name.
+bool can_be_stored_as(const std::string& folder, std::string_view logical);
+
 /// Why a file cannot be read: what is in its place, or the system's text.
 std::string why_not_readable(const std::string& path, const os::Status& status);
 /// The same for a file that cannot be written.

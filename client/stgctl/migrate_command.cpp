@@ -17,8 +17,18 @@ struct Renaming {
 struct Plan {
   bool is_converted = false;
   std::vector<Renaming> renamings;
+  std::vector<std::pair<std::string, const char*>> staying;  ///< escaped names, and why they stay
   std::vector<std::string> adoptions;
 };
+
+/// Why the library leaves a mail under its escaped name; null if it converts the mail.
+const char* why_not_converted(const std::string& folder, const std::string& plain) {
+  if (plain.find_first_of("/\n") != std::string::npos)
+    return "it keeps its escaped name: an index cannot contain the plain one";
+  return admin::can_be_stored_as(folder, plain)
+             ? nullptr
+             : "it keeps its escaped name: no file can have the extension of the plain one";
+}
 
 Plan plan_of(Context& context, const admin::DocumentFolder& folder) {
   Plan plan;
@@ -38,11 +48,14 @@ Plan plan_of(Context& context, const admin::DocumentFolder& folder) {
     std::string plain = name;
     STGIndex::UnescapeVU(plain);
     if (plain == name) continue;
-    // The library does not change names that an index cannot contain.
-    if (plain.find_first_of("/\n") != std::string::npos) continue;
-    plan.renamings.push_back({name, plain});
+    if (const char* const why = why_not_converted(folder.path, plain)) {
+      plan.staying.emplace_back(name, why);
+    } else {
+      plan.renamings.push_back({name, plain});
+    }
   }
   std::ranges::sort(plan.renamings, {}, &Renaming::from);
+  std::ranges::sort(plan.staying);
   std::ranges::sort(plan.adoptions);
   return plan;
 }
@@ -90,6 +103,7 @@ Exit run_inbox(Context& context) {
     }
     report.done(subject, {{"new_name", each.to}}, "to " + shown(each.to));
   }
+  for (const auto& [name, why] : plan.staying) report.skipped(mail(name), why);
   for (const std::string& name : plan.adoptions) {
     report.also_done("adopted", mail(name));
   }
@@ -107,9 +121,10 @@ Exit run_inbox(Context& context) {
 Commands migrate_command() {
   return {{"migrate inbox", Group::kChange, Effect::kChanges,
            "Convert the mail names of an owner, once", run_inbox,
-           "Older programs stored mail under escaped names. This command creates entries with the\n"
-           "plain names for this mail, and converts the read list too. It adopts orphans first. A\n"
-           "marker in the folder makes a second run do nothing."}};
+           "Older programs stored mail under escaped names. This command creates entries with\n"
+           "the plain names for this mail, and converts the read list too. It adopts orphans\n"
+           "first. Mail whose plain name cannot be stored keeps its name. A marker in the folder\n"
+           "makes a second run do nothing."}};
 }
 
 }  // namespace stgctl
