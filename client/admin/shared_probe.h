@@ -78,7 +78,7 @@ struct LockTrial {
 /// Tries locks on a new file in @p folder, and removes the file. The folder should be on the tree's
 /// file system, but outside the tree.
 LockTrial try_locks(const std::string& folder);
-/// The system's folder for temporary files.
+/// The system's folder for temporary files; empty if it is not a folder.
 std::string temporary_folder();
 
 // ---- what hosts need from a shared file system -------------------------------------------------

@@ -90,13 +90,9 @@ std::unique_ptr<SharedHandle> SharedView::open(const std::string& name, os::Stat
 }
 
 std::string temporary_folder() {
-  ucs2string folder;
-  if (!os::temporary_folder(folder).ok()) return ".";
-  std::string path = os::to_narrow(folder);
-  if (sys::kSeparator == '/') {
-    for (char& c : path) c = c == '\\' ? '/' : c;
-  }
-  return path;
+  std::error_code failed;
+  const std::u8string path = std::filesystem::temp_directory_path(failed).u8string();
+  return failed ? std::string() : std::string(path.begin(), path.end());
 }
 
 }  // namespace admin

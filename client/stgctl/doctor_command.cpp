@@ -107,8 +107,11 @@ Diagnosis diagnose(Context& context, const Options& options) {
   const admin::Tree& tree = context.tree();
   Diagnosis found;
   found.system = sys::file_system_of(tree.storage);
-  const std::string folder = sys::absolute(options.try_in.empty() ? admin::temporary_folder()
-                                                                  : std::string(options.try_in));
+  const std::string named =
+      options.try_in.empty() ? admin::temporary_folder() : std::string(options.try_in);
+  if (named.empty())
+    fail("the folder for temporary files is not a folder; name another folder by --try-locks");
+  const std::string folder = sys::absolute(named);
   refuse_the_tree(context, folder);
   found.trial = admin::try_locks(folder);
   found.trial_file_system = sys::file_system_of(folder).type;

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cctype>
+#include <filesystem>
 
 #include "client/tests/stgctl/fixture.h"
 #include "vu_file.h"
@@ -302,6 +303,23 @@ TEST_F(ClientLook, ShowsWhatTheTreeStandsOn) {
   EXPECT_EQ(beside.code, 0) << beside.err;
   EXPECT_EQ(list_folder(root()), Lines{"storage"});
 }
+
+#if !defined(_WIN32)  // where the system names the folder
+TEST_F(ClientLook, TriesLocksInTheFolderForTemporaryFiles) {
+  make_tree();
+  const std::string folder = shell_path(scratch().path("t\xff"));
+  const Environment odd = {{"TMPDIR", folder}};
+  const outcome missing = on_tree({"doctor"}, odd);
+  EXPECT_EQ(missing.code, 1);
+  EXPECT_EQ(missing.err,
+            "stgctl: the folder for temporary files is not a folder; name another folder by "
+            "--try-locks\n");
+  std::filesystem::create_directory(folder);
+  const outcome there = on_tree({"doctor", "--json"}, odd);
+  EXPECT_EQ(there.code, 0) << there.err;
+  EXPECT_TRUE(Json::parse(there.out).contains("locks_tried_in_hex")) << there.out;
+}
+#endif
 
 TEST_F(ClientLook, TriesWhetherAFolderCanBeShared) {
   make_tree();
