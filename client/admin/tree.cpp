@@ -162,8 +162,12 @@ std::optional<Tree> locate(const Place& place, std::string& why) {
                      : without_trailing_separators(place.storage);
   // The storage folder itself may be a link; links inside the tree are not followed.
   tree.storage = sys::absolute(tree.storage);
-  if (sys::describe(tree.storage).kind != sys::Kind::kFolder) {
-    why = tree.storage + " is not a folder";
+  if (const sys::Kind kind = sys::describe(tree.storage).kind; kind != sys::Kind::kFolder) {
+    // Unknown to a user who may not look it up. The open tells the reason.
+    sys::Folder listing;
+    const bool is_hidden = kind == sys::Kind::kUnknown && !listing.open(tree.storage).ok();
+    why = tree.storage + (is_hidden ? " cannot be read: " + sys::text_of(listing.status())
+                                    : std::string(" is not a folder"));
     return std::nullopt;
   }
   std::size_t areas = 0;

@@ -335,6 +335,16 @@ TEST_F(ClientRm, LeavesAnUnknownEntryAndSaysRemoved) {
   EXPECT_EQ(read_file(index), unknown);
 }
 
+TEST_F(ClientRm, SaysThatTheTreeMayNotBeRead) {
+  open_to_all();
+  std::filesystem::permissions(shell_path(root()), std::filesystem::perms::none);
+  const outcome result = change_as_nobody({"rm", "a.kdc"});
+  std::filesystem::permissions(shell_path(root()), std::filesystem::perms::all);
+  EXPECT_EQ(result.code, 10) << result.out;
+  EXPECT_NE(result.err.find("storage cannot be read: Permission denied"), std::string::npos)
+      << result.err;
+}
+
 #endif
 
 TEST_F(ClientRm, LeavesASecondLineWithAnotherFile) {
