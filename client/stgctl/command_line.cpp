@@ -285,7 +285,7 @@ void Arguments::add(const char* names, std::string& value, Type type, const char
 
 void Arguments::add(const char* names, std::size_t& value, Type type, const char* description,
                     Rules rules) {
-  apply(*m_app->add_option(names, value, description), type, rules);
+  apply(*m_app->add_option(names, value, description), {type.name, is_count}, rules);
 }
 
 void Arguments::add(const char* names, std::vector<std::string>& values, Type type,

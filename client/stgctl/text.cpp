@@ -115,8 +115,10 @@ std::optional<std::int64_t> parse_age(std::string_view text) {
   // 30".
   constexpr std::array<Unit, 6> kUnits = {
       {{"s", 1}, {"m", kMinute}, {"h", kHour}, {"d", kDay}, {"w", kWeek}, {"y", kYear}}};
+  // A time so far from now still has a date.
+  constexpr std::uint64_t kMost = 10'000 * kYear;
   const std::optional<std::uint64_t> seconds = parse_with_unit(text, kUnits);
-  if (!seconds) return std::nullopt;
+  if (!seconds || *seconds > kMost) return std::nullopt;
   return static_cast<std::int64_t>(*seconds);
 }
 
@@ -126,7 +128,14 @@ std::string is_age(const std::string& text) {
   if (is_bare)
     return formatted("'{}' has no unit; use {}s for seconds, {}h for hours, {}d for days", text,
                      text, text, text);
-  return "'" + shown(text) + "' is not an age; use 90s, 15m, 12h, 30d, 4w or 1y";
+  return "'" + shown(text) + "' is not an age of at most 10000y; use 90s, 15m, 12h, 30d, 4w or 1y";
+}
+
+std::string is_count(const std::string& text) {
+  constexpr std::size_t kMost = std::numeric_limits<std::size_t>::max();
+  return parse_number<std::size_t>(text)
+             ? std::string()
+             : formatted("'{}' is not a whole number from 0 to {}", shown(text), kMost);
 }
 
 std::optional<std::uint64_t> parse_size(std::string_view text) {

@@ -64,10 +64,12 @@ struct ExactAge {
 ExactAge exact_age(std::int64_t seconds);
 
 /// Reads "90s", "15m", "12h", "30d", "4w" or "1y" as seconds. @return nothing for other text, also
-/// for a number without a unit.
+/// for a number without a unit and for more than 10,000 years.
 std::optional<std::int64_t> parse_age(std::string_view text);
 /// As a check of an argument: empty if the text is an age, otherwise an error text.
 std::string is_age(const std::string& text);
+/// As a check of an argument: empty if the text is a number of things, otherwise an error text.
+std::string is_count(const std::string& text);
 /// Reads "500", "64K", "10M", "5G" or "1T", also with "B" or "iB" after it, as bytes in powers of
 /// 1024.
 /// @return nothing for other text.

@@ -42,8 +42,10 @@ TEST(ClientText, ReadsAges) {
   EXPECT_EQ(parse_age("15m"), 900);
   EXPECT_EQ(parse_age("30d"), 2'592'000);
   EXPECT_EQ(parse_age("1y"), 31'536'000);
-  for (const char* const wrong : {"", "d", "30", "0", "1x", "-1d", "1.5d", "9223372036854775808",
-                                  "9223372036854775807d", " 1"}) {
+  EXPECT_EQ(parse_age("10000y"), 315'360'000'000);
+  for (const char* const wrong :
+       {"", "d", "30", "0", "1x", "-1d", "1.5d", "10001y", "9223372036854775807s",
+        "9223372036854775808", "9223372036854775807d", " 1"}) {
     EXPECT_EQ(parse_age(wrong), std::nullopt) << wrong;
   }
 }

@@ -122,6 +122,8 @@ TEST_F(ClientUsage, AnswersAWrongCommandLineWithTwo) {
                                                        {"put"},
                                                        {"get"},
                                                        {"clean", "--older-than", "old"},
+                                                       {"stats", "--top", "-1"},
+                                                       {"stats", "--top", "18446744073709551616"},
                                                        {"put", "a", "--timestamp", "-1"},
                                                        {"put", "a", "--timestamp", "2147483648"},
                                                        {"completion", "csh"}};
