@@ -69,7 +69,10 @@ void check_served(const Address& address) {
   vu_info info;
   const os::Status described = describe_file(place.path(), served.version, info);
   const bool is_missing = described.failure() == os::Failure::kNotFound;
-  if (is_missing && !is_there(place.path())) return;
+  // A second answer tells a link without a target from a file that was replaced in between.
+  if (is_missing &&
+      (!is_there(place.path()) || describe_file(place.path(), served.version, info).ok()))
+    return;
   if (!described.ok() && !is_missing)
     throw Refusal{VU_FAILED, "the system cannot tell the time of the file", told_path(place.path()),
                   described.code()};

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/support/os_calls.h"
+#include "tests/support/real_kernel.h"
 #include "tests/unit/c_interface_fixture.h"
 #include "vu/storage.h"
 #include "vu_file.h"
@@ -65,6 +66,7 @@ TEST_F(CInterfaceInPlace, AStoreThatFailsLeavesNeitherFileNorLine) {
 // ---- copies -------------------------------------------------------------------------------------
 
 TEST_F(CInterfaceInPlace, ACopyMakesNoFileForAVersionThatIsGone) {
+  NEEDS_A_REAL_KERNEL("a rename that cannot copy a locked file");
   // Another program renames or removes the version at some moment of the copy.
   const auto rename = [&] { return vu_rename(m_hurried, &m_document, &m_next, 0); };
   const auto remove = [&] { return vu_remove(m_hurried, &m_document); };
@@ -184,7 +186,8 @@ TEST_F(CInterfaceInPlace, AWriterThatHadToWaitWritesTheFileThatTheVersionHasNow)
         EXPECT_EQ(write(store, way), VU_DONE) << last_error().text;
         EXPECT_EQ(hook.hits(), 1U);
       }
-      EXPECT_EQ(stored, VU_DONE);
+      // Windows keeps the replaced file while the reader has it open.
+      EXPECT_TRUE(is_made(stored)) << stored;
       const char* const texts[] = {"a=5\nc=3\nb=2\n", "c=3\n", "new", "new", "new"};
       EXPECT_EQ(content(m_document), texts[way]);
       EXPECT_EQ(count_of_files(), files().size() + 2);
@@ -193,6 +196,7 @@ TEST_F(CInterfaceInPlace, AWriterThatHadToWaitWritesTheFileThatTheVersionHasNow)
   EXPECT_EQ(vu_close_store(patient), VU_DONE);
 }
 
+#if defined(__linux__)  // Windows removes no file that a reader has open.
 TEST_F(CInterfaceInPlace, AWriterThatHadToWaitForARemovedVersionStoresItAgain) {
   vu_stream* reader = nullptr;
   faults::reset();
@@ -209,6 +213,7 @@ TEST_F(CInterfaceInPlace, AWriterThatHadToWaitForARemovedVersionStoresItAgain) {
   EXPECT_EQ(content(m_document), "new");
   EXPECT_EQ(count_of_files(), files().size() + 2);
 }
+#endif
 
 TEST_F(CInterfaceInPlace, AWriterThatDoesNotWaitLooksOnce) {
   // One lock of the index and one of the file; no other call looks at the version again.
