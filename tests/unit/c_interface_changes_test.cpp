@@ -1,10 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
 #include <new>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -16,17 +14,6 @@
 // status says whether the change is made. What another program stored stays.
 
 namespace {
-
-using Step = std::function<vu_status()>;
-
-bool is_made(vu_status status) { return status == VU_DONE || status == VU_PARTLY_DONE; }
-
-/// Runs a step as another program would: on a thread without the state of this one.
-vu_status elsewhere(const Step& step) {
-  vu_status status = VU_FAILED;
-  std::thread([&] { status = step(); }).join();
-  return status;
-}
 
 class CInterfaceChanges : public CInterfaceTest {
  protected:

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/index_peer.h"
@@ -33,6 +35,17 @@ inline vu_error last_error() {
   vu_error error = VU_ERROR_INIT;
   vu_last_error(&error);
   return error;
+}
+
+using Step = std::function<vu_status()>;
+
+inline bool is_made(vu_status status) { return status == VU_DONE || status == VU_PARTLY_DONE; }
+
+/// Runs a step as another program would: on a thread without the state of this one.
+inline vu_status elsewhere(const Step& step) {
+  vu_status status = VU_FAILED;
+  std::thread([&] { status = step(); }).join();
+  return status;
 }
 
 class CInterfaceTest : public testing::Test {

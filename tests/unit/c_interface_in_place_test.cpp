@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -15,17 +14,6 @@
 // Writes in place, and other changes of an existing file, while another program uses the version.
 
 namespace {
-
-using Step = std::function<vu_status()>;
-
-bool is_made(vu_status status) { return status == VU_DONE || status == VU_PARTLY_DONE; }
-
-/// Runs a step as another program would: on a thread without the state of this one.
-vu_status elsewhere(const Step& step) {
-  vu_status status = VU_FAILED;
-  std::thread([&] { status = step(); }).join();
-  return status;
-}
 
 class CInterfaceInPlace : public CInterfaceTest {
  protected:
