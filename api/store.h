@@ -179,8 +179,11 @@ bool create_entry(const std::string& name, Place& place);
 /// one.
 class NewFile {
  public:
-  NewFile(std::string folder, std::string name, long version)
-      : m_folder(std::move(folder)), m_name(std::move(name)), m_version(version) {}
+  NewFile(std::string folder, std::string name, long version, IfEntered if_entered)
+      : m_folder(std::move(folder)),
+        m_name(std::move(name)),
+        m_version(version),
+        m_own(if_entered) {}
   ~NewFile();
   NewFile(const NewFile&) = delete;
   NewFile& operator=(const NewFile&) = delete;

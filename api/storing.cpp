@@ -11,6 +11,7 @@
 #include "file/lock_limit.h"
 #include "index/index_format.h"
 #include "index/index_gate.h"
+#include "index/saving.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
 #include "storage/layout.h"
@@ -96,18 +97,29 @@ vu_status without_derived(const Address& address, const Place& old) {
   return done_unless_told();
 }
 
+[[noreturn]] void refuse_to_replace(const Place& place) {
+  throw Refusal{VU_ALREADY, "the version exists; set VU_REPLACE to replace it",
+                told_path(place.path())};
+}
+
 /// Gives a version the name of an address, with one save of the index. When it returns, the change
 /// is made and noted.
 /// @return whether nothing failed after the save.
 /// @throws Refusal, and what STGIndex::rename() throws; then the change is not made, unless the
-/// system cannot tell
+/// system cannot tell. VU_ALREADY: another program has just stored the version, and VU_REPLACE is
+/// not set
 bool rename_entry(const std::string& folder, const std::string& name, long version,
-                  const Address& address) {
-  NewFile made(folder, address.name, address.version);
+                  const Address& address, std::uint32_t flags) {
+  const bool replaces = (flags & VU_REPLACE) != 0;
+  NewFile made(folder, address.name, address.version,
+               replaces ? IfEntered::kReplace : IfEntered::kYield);
   const unsigned failures_before = Call::current().failures();
   std::exception_ptr raised;
+  bool has_yielded = false;
   try {
+    const SaveWatch watch;
     STGIndex::rename(folder, name, version, address.name, address.version);
+    has_yielded = watch.has_yielded(address.name, address.version);
   } catch (...) {
     raised = std::current_exception();
   }
@@ -115,8 +127,10 @@ bool rename_entry(const std::string& folder, const std::string& name, long versi
   const bool is_whole = !raised && Call::current().failures() == failures_before;
   // Required: without a failure the save is not checked. Another program may have replaced the
   // version since.
-  if (!made.is_made() || (!is_whole && made.is_entered() != Answer::kYes)) {
+  if (!made.is_made() || has_yielded || (!is_whole && made.is_entered() != Answer::kYes)) {
     if (raised) std::rethrow_exception(raised);
+    Place place;
+    if (is_whole && !replaces && find(address, place)) refuse_to_replace(place);
     throw Refusal{VU_FAILED, is_whole ? "the version cannot be renamed" : "", told_path(folder)};
   }
   made.keep();
@@ -162,10 +176,10 @@ class Staged {
 
   const Place& place() const { return m_place; }
   /// When it returns, the change is made. @return whether nothing failed after the save.
-  bool rename_to(const Address& address) {
+  bool rename_to(const Address& address, std::uint32_t flags) {
     wait_for_index(m_folder);
     const std::string path = m_place.path();
-    const bool is_whole = rename_entry(m_folder, m_name, m_version, address);
+    const bool is_whole = rename_entry(m_folder, m_name, m_version, address, flags);
     m_is_there = is_entered(m_folder, m_name, m_version, path) != Answer::kNo;
     return is_whole && !m_is_there;
   }
@@ -202,9 +216,7 @@ vu_status store(const Address& address, const Source& source, std::uint32_t flag
   if (!source.path.empty() && !is_there(source.path))
     throw Refusal{VU_NOTHING_MATCHED, "there is no such file", told_path(source.path)};
   const bool existed = find(address, place);
-  if (existed && (flags & VU_REPLACE) == 0)
-    throw Refusal{VU_ALREADY, "the version exists; set VU_REPLACE to replace it",
-                  told_path(place.path())};
+  if (existed && (flags & VU_REPLACE) == 0) refuse_to_replace(place);
   std::string folder;
   bool in_place = (flags & VU_IN_PLACE) != 0;
   if (!in_place) {
@@ -218,7 +230,7 @@ vu_status store(const Address& address, const Source& source, std::uint32_t flag
   } else {
     Staged staged(folder, address);
     fill(source, staged.place());
-    is_whole = staged.rename_to(address);
+    is_whole = staged.rename_to(address, flags);
   }
   if (how != nullptr) *how = in_place ? VU_STORED_IN_PLACE : VU_STORED_AT_ONCE;
   const vu_status status =
@@ -285,9 +297,7 @@ vu_status rename_found(const Address& from, const Place& old, const Address& to,
     existed = entered.has_value();
     if (existed) place.file = *entered;
   }
-  if (existed && (flags & VU_REPLACE) == 0)
-    throw Refusal{VU_ALREADY, "the version exists; set VU_REPLACE to replace it",
-                  told_path(place.path())};
+  if (existed && (flags & VU_REPLACE) == 0) refuse_to_replace(place);
   std::string folder;
   if (!find_folder(to, true, folder)) throw Refusal{VU_FAILED, {}, {}};
   // Another file with the new name would hide a renamed version.
@@ -295,7 +305,7 @@ vu_status rename_found(const Address& from, const Place& old, const Address& to,
   if (folder != old.folder || is_hidden)
     return move(from, old, to, folder, flags, existed ? place.path() : "");
   wait_for_index(folder);
-  const bool is_whole = rename_entry(folder, from.name, from.version, to);
+  const bool is_whole = rename_entry(folder, from.name, from.version, to, flags);
   const vu_status status = existed ? without_derived(to, place) : done_unless_told();
   // Required: without a limit. After the save, the status must say what happened.
   const LockLimit none(std::nullopt);

@@ -138,6 +138,7 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
   const std::string old_file = index_format::file_name_of(old_key, *old_stored);
   const std::string folder = m_folder + "\\";
   const bool replaces = _contains(newLogical, newTs);
+  if (replaces && OwnFiles::if_entered() == IfEntered::kYield) return false;
   std::string replaced_file;
   IndexState::Taken replaced;
   const auto undo = [&] {

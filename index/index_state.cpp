@@ -217,9 +217,9 @@ void IndexState::file_is_made(const std::string& key, Making how) {
   change.making = m_makings.size() - 1;
 }
 
-bool IndexState::is_made(std::string_view key) const {
+std::size_t IndexState::making_of(std::string_view key) const {
   const std::size_t change = m_by_key.find(key);
-  return change != Changes::kNone && m_by_key[change].making != Changes::kNone;
+  return change != Changes::kNone ? m_by_key[change].making : Changes::kNone;
 }
 
 void IndexState::remove_after_save(const std::string& file, IfItStays if_it_stays) {
@@ -280,6 +280,8 @@ bool IndexState::remove_for_good(const std::string& file, IfItStays if_it_stays,
   try {
     const std::string path = path_text::join(folder(), file);
     if (!remove_plain_file(path)) {
+      // Another process may have replaced the same entry.
+      if (presence_of(path) == Presence::kMissing) return true;
       vu_file::chmodW(path);
       vu_file::remove(path);
     }

@@ -164,7 +164,7 @@ class IndexState {
   /// Whether the file of an entry may also be the file of an entry with another key.
   bool is_anothers(const std::string& key, const std::string& stored) const;
   /// Whether this instance has created the file of an entry.
-  bool is_made(std::string_view key) const;
+  bool is_made(std::string_view key) const { return making_of(key) != Changes::kNone; }
   /// Whether a scheduled file has this generated name, with or without an extension.
   bool is_to_be_removed(const std::string& name) const;
   /// Cancels a scheduled removal.
@@ -221,6 +221,8 @@ class IndexState {
   std::size_t change_of_stored_name(std::string_view stored);
   /// Adds an entry. @return the change of its key.
   Changes::Change& enter(std::string_view key, std::string_view stored);
+  /// How the file of an entry was made: a position in m_makings, or kNone.
+  std::size_t making_of(std::string_view key) const;
   /// Cancels the removals that only a copy justified. Its file is lost, so the file of an entry
   /// that it replaces stays. And if that one was a copy, too, its own source stays.
   void keep_files_of(std::size_t making) noexcept;

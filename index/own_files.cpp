@@ -8,11 +8,14 @@ constinit thread_local OwnFiles* t_rule = nullptr;
 
 }  // namespace
 
-OwnFiles::OwnFiles() noexcept : m_before(std::exchange(t_rule, this)) {}
+OwnFiles::OwnFiles(IfEntered if_entered) noexcept
+    : m_if_entered(if_entered), m_before(std::exchange(t_rule, this)) {}
 
 OwnFiles::~OwnFiles() { t_rule = m_before; }
 
-bool OwnFiles::are_required() noexcept { return t_rule != nullptr; }
+std::optional<IfEntered> OwnFiles::if_entered() noexcept {
+  return t_rule != nullptr ? std::optional(t_rule->m_if_entered) : std::nullopt;
+}
 
 void OwnFiles::note(std::string path) noexcept {
   if (t_rule != nullptr) t_rule->m_last = std::move(path);

@@ -1,7 +1,15 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
+
+/// What becomes of a new entry if another program has entered its key after this operation looked.
+enum class IfEntered : std::uint8_t {
+  kYield,   ///< The other entry stays. The new one is withdrawn; its caller removes its file.
+  kReplace  ///< The new entry replaces the other one, and the save removes the other file.
+};
 
 /// A rule for the new entries of the calling thread: each gets a file that did not exist before.
 ///
@@ -14,11 +22,15 @@
 /// counter cannot be used, the creation throws. An entry that exists gets no other file. The rule
 /// applies while the object exists. Nested objects are allowed; the innermost one notes the files.
 ///
+/// Without the rule two operations can also make a file each for one key. The later save wins, and
+/// the other file becomes an orphan, with all that was written to it. With the rule the later save
+/// does what IfEntered says. SaveWatch tells whether it has yielded.
+///
 /// Errors: constructor and destructor do not throw. Threads: the object stays in its block, on the
 /// thread that constructed it.
 class OwnFiles {
  public:
-  OwnFiles() noexcept;
+  explicit OwnFiles(IfEntered if_entered) noexcept;
   ~OwnFiles();
   OwnFiles(const OwnFiles&) = delete;
   OwnFiles& operator=(const OwnFiles&) = delete;
@@ -28,13 +40,16 @@ class OwnFiles {
   const std::string& last() const { return m_last; }
 
   /// Whether the rule applies to this thread.
-  static bool are_required() noexcept;
+  static bool are_required() noexcept { return if_entered().has_value(); }
+  /// The rule for keys that another program has entered; nothing if the rule does not apply.
+  static std::optional<IfEntered> if_entered() noexcept;
   /// Notes the file of a new entry, if the rule applies.
   static void note(std::string path) noexcept;
   /// Forgets a file that was removed again. Another program may get its name now.
   static void forget(std::string_view path) noexcept;
 
  private:
+  const IfEntered m_if_entered;
   std::string m_last;
   OwnFiles* m_before;
 };

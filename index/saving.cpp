@@ -15,6 +15,7 @@
 #include "file/handle_core.h"
 #include "file/replacement.h"
 #include "index/index_source.h"
+#include "index/own_files.h"
 #include "platform/host/trace.h"
 
 namespace {
@@ -129,6 +130,8 @@ class IndexSave {
       std::vector<std::string>& withdrawn = again.m_saved.withdrawn;
       std::move(withdrawn.begin(), withdrawn.end(), std::back_inserter(m_saved.withdrawn));
       std::sort(m_saved.withdrawn.begin(), m_saved.withdrawn.end());
+      std::vector<std::string>& yielded = again.m_saved.yielded;
+      std::move(yielded.begin(), yielded.end(), std::back_inserter(m_saved.yielded));
     } catch (...) {
       if (!m_saved.raised) m_saved.raised = std::current_exception();
       m_outcome.flushed = {0, os::Failure::kOther};  // the close flushes
@@ -197,6 +200,8 @@ class IndexSave {
     take_out_what_leads_to_files_to_remove();
     const EntriesByKey on_disk(*m_on_disk);
     for (const IndexLine* line : new_lines(on_disk.get())) merge_entry(*line);
+    // The file of an unknown entry may be the same.
+    if (m_on_disk->unknown == 0) remove_files_of(m_superseded);
   }
 
   /// Other processes wait for the lock. To keep this short, lines that were valid at the load are
@@ -301,12 +306,45 @@ class IndexSave {
       // file of the line in memory is gone, the new line wins. If it is unknown, both lines stay.
       const LineState state = judge(line.key, *mine);
       if (state == LineState::kUnknown) m_unknown.push_back(line);
-      if (state != LineState::kMissing) return;
-      m_state.replace(line.key, line.stored);
+      if (state == LineState::kMissing) {
+        m_state.replace(line.key, line.stored);
+      } else if (state == LineState::kUnknown || !yields_to(line)) {
+        return;
+      }
     } else {
       m_state.add(line.key, line.stored);
     }
     VU_TRACE_M(" add in my maps ", line.key, "/", line.stored);
+  }
+
+  /// Applies the rule of OwnFiles to an entry in memory whose key has another valid line on disk.
+  /// @return whether that line has taken the place of the entry.
+  bool yields_to(const IndexLine& line) {
+    const std::optional<IfEntered> rule = OwnFiles::if_entered();
+    const std::size_t making = m_state.making_of(line.key);
+    if (!rule || making == Changes::kNone) return false;
+    if (*rule == IfEntered::kReplace) {
+      // A second line of the loaded text is not another program's.
+      if (m_state.loaded_line(line.stored) == nullptr) m_superseded.push_back(line);
+      return false;
+    }
+    m_saved.yielded.emplace_back(line.key);
+    m_state.keep_files_of(making);
+    m_state.withdraw(line.key);
+    m_state.add(line.key, line.stored);
+    return true;
+  }
+
+  /// Removes the files after the save, like those of loaded entries that are replaced. While such a
+  /// file exists, another process that has loaded its line would write that line again.
+  void remove_files_of(const std::vector<IndexLine>& superseded) {
+    for (const IndexLine& line : superseded) {
+      const std::string key(line.key);
+      const std::string stored(line.stored);
+      if (!m_state.is_anothers(key, stored))
+        m_state.remove_after_save(index_format::file_name_of(key, stored),
+                                  IndexState::IfItStays::kError);
+    }
   }
 
   // ---- judge ---------------------------------------------------------------------------------
@@ -475,6 +513,7 @@ class IndexSave {
   std::string m_saved_text;               ///< the text of an interrupted save
   std::optional<IndexReading> m_on_disk;  ///< if it differs from the loaded text
   bool m_is_listed = false;               ///< a listing of m_files is worth its cost
+  std::vector<IndexLine> m_superseded;    ///< other programs' lines of keys that were made here
   std::vector<IndexLine> m_unknown;
   std::size_t m_named = 0;
   std::vector<std::string_view> m_doubtful;  ///< keys whose lines are judged again, in order

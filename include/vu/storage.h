@@ -357,7 +357,8 @@ enum {
  * @param flags VU_REPLACE, VU_IN_PLACE.
  * @param how may be null; receives VU_STORED_AT_ONCE or VU_STORED_IN_PLACE, also with
  *   VU_PARTLY_DONE.
- * @return VU_ALREADY: the version existed when the call began, and VU_REPLACE is not set.
+ * @return VU_ALREADY: the version exists, and VU_REPLACE is not set. Of several programs that store
+ *   the same new version at once without VU_REPLACE, one gets VU_DONE and the others VU_ALREADY.
  *   VU_PARTLY_DONE: the version is stored, but something beside it failed, for example removing old
  *   parts or, on Windows, an old file that is open. While an old file stays, another program can
  *   make it the version again: see docs/api.md. VU_FAILED: the old version is unchanged.

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
@@ -11,7 +12,7 @@
 #include "vu/storage.h"
 #include "vu_file.h"
 
-// Writes in place, and other changes of an existing file, while another program uses the version.
+// Writes in place, and other changes, while another program uses or stores the same version.
 
 namespace {
 
@@ -36,6 +37,7 @@ class CInterfaceInPlace : public CInterfaceTest {
   }
 
   const std::string m_source = m_scratch.path("source");
+  const std::string m_index = m_folder + "\\index.dat";
   const vu_document m_next = document("c.txt");
   /// Does not wait for the locks of the call that it disturbs.
   vu_store* const m_hurried = hurried_store(VU_NO_WAIT);
@@ -50,6 +52,113 @@ TEST_F(CInterfaceInPlace, AStoreThatFailsLeavesNeitherFileNorLine) {
   EXPECT_EQ(orphans(), std::vector<std::string>());
   EXPECT_EQ(read_file(m_folder + "\\index.dat").find(".vu-storing-"), std::string::npos);
 }
+
+// ---- two programs store one version -------------------------------------------------------------
+
+TEST_F(CInterfaceInPlace, OfTwoThatMayNotReplaceOneStoresTheVersion) {
+  const auto put_next = [&] { return put(m_next, "mine", 0); };
+  const auto write_next = [&] {
+    vu_stream* stream = nullptr;
+    const vu_status status = vu_open(m_store, &m_next, VU_WRITE_NEW, &stream);
+    if (status != VU_DONE) return status;
+    EXPECT_EQ(vu_stream_write(stream, "mine", 4), VU_DONE);
+    return vu_stream_close(stream);
+  };
+  const auto rename_to_next = [&] { return vu_rename(m_store, &m_document, &m_next, 0); };
+  const char* const mine[] = {"mine", "mine", "old"};
+  const Step changes[] = {put_next, write_next, rename_to_next};
+  for (std::size_t way = 0; way < std::size(changes); ++way) {
+    int times_other = 0;
+    for (std::uint64_t nth = 1;; ++nth) {
+      SCOPED_TRACE(std::to_string(way) + " " + std::to_string(nth));
+      vu_remove(m_store, &m_next);
+      ASSERT_EQ(put(m_document, "old", VU_REPLACE), VU_DONE);
+      vu_status other = VU_FAILED;
+      const auto store = [&] {
+        other = elsewhere([&] { return vu_put(m_hurried, &m_next, "other", 5, 0, nullptr); });
+      };
+      vu_status status = VU_FAILED;
+      bool is_over = false;
+      {
+        const auto hook = faults::before(Call::open, store, nth);
+        status = changes[way]();
+        is_over = hook.hits() == 0;
+      }
+      EXPECT_EQ(status, other == VU_DONE ? VU_ALREADY : VU_DONE) << last_error().text;
+      EXPECT_EQ(content(m_next), other == VU_DONE ? "other" : mine[way]);
+      EXPECT_EQ(content(m_document) == "old", other == VU_DONE || way != 2);
+      EXPECT_EQ(orphans(), std::vector<std::string>());
+      times_other += other == VU_DONE ? 1 : 0;
+      if (is_over) break;
+      ASSERT_LT(nth, 100U);
+    }
+    EXPECT_GT(times_other, 3) << way;
+  }
+}
+
+TEST_F(CInterfaceInPlace, OfTwoThatReplaceAVersionTheLaterSaveWins) {
+  const auto put_again = [&] { return put(m_document, "mine", VU_REPLACE); };
+  const auto rename_onto = [&] { return vu_rename(m_store, &m_next, &m_document, VU_REPLACE); };
+  for (const Step& change : {Step(put_again), Step(rename_onto)}) {
+    int times_other = 0;
+    for (std::uint64_t nth = 1;; ++nth) {
+      SCOPED_TRACE(nth);
+      ASSERT_EQ(put(m_document, "old", VU_REPLACE), VU_DONE);
+      ASSERT_EQ(put(m_next, "mine", VU_REPLACE), VU_DONE);
+      vu_status other = VU_FAILED;
+      const auto replace = [&] {
+        other = elsewhere(
+            [&] { return vu_put(m_hurried, &m_document, "other", 5, VU_REPLACE, nullptr); });
+      };
+      bool is_over = false;
+      {
+        const auto hook = faults::before(Call::open, replace, nth);
+        EXPECT_EQ(change(), VU_DONE) << last_error().text;
+        is_over = hook.hits() == 0;
+      }
+      const std::string bytes = content(m_document);
+      EXPECT_TRUE(bytes == "mine" || (other == VU_DONE && bytes == "other")) << bytes;
+      EXPECT_EQ(orphans(), std::vector<std::string>());
+      times_other += other == VU_DONE ? 1 : 0;
+      if (is_over) break;
+      ASSERT_LT(nth, 100U);
+    }
+    EXPECT_GT(times_other, 3);
+  }
+}
+
+#if defined(__linux__)  // Windows writes no file that is locked.
+TEST_F(CInterfaceInPlace, AReplacementRemovesNoFileOfAnotherEntry) {
+  // After the load, and before the save, the version and another one get lines with one file.
+  write_file(m_folder + "\\00000070.txt", "shared");
+  const auto change = [&] {
+    write_file(m_index,
+               "c.txt_0000000000/00000070\n" + read_file(m_index) + "e.txt_0000000000/00000070\n");
+  };
+  {
+    const auto hook = faults::before(Call::copy, change);
+    EXPECT_EQ(put(m_next, "mine", VU_REPLACE), VU_DONE) << last_error().text;
+    EXPECT_EQ(hook.hits(), 1U);
+  }
+  EXPECT_EQ(content(m_next), "mine");
+  EXPECT_EQ(content(document("e.txt")), "shared");
+}
+
+TEST_F(CInterfaceInPlace, AReplacementKeepsTheFileOfASecondLineThatItHasLoaded) {
+  ASSERT_EQ(put(m_next, "mine", 0), VU_DONE);
+  write_file(m_folder + "\\00000070.txt", "second");
+  write_file(m_index, read_file(m_index) + "a.txt_0000000000/00000070\n");
+  // The save reads all lines again, because another line has come.
+  const auto change = [&] { write_file(m_index, read_file(m_index) + "e.txt_0000000000/5\n"); };
+  {
+    const auto hook = faults::before(Call::copy, change);
+    EXPECT_EQ(vu_rename(m_store, &m_next, &m_document, VU_REPLACE), VU_DONE) << last_error().text;
+    EXPECT_EQ(hook.hits(), 1U);
+  }
+  EXPECT_EQ(content(m_document), "mine");
+  EXPECT_EQ(read_file(m_folder + "\\00000070.txt"), "second");
+}
+#endif
 
 // ---- copies -------------------------------------------------------------------------------------
 
