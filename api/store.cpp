@@ -11,7 +11,6 @@
 #include "file/lock_limit.h"
 #include "index/index_format.h"
 #include "index/index_gate.h"
-#include "index/saving.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
 #include "storage/layout.h"
@@ -149,21 +148,18 @@ NewFile::~NewFile() {
 bool create_entry(const std::string& name, Place& place) {
   NewFile made(place.folder, name, place.version, IfEntered::kYield);
   const unsigned failures_before = Call::current().failures();
-  bool has_yielded = false;
   try {
-    const SaveWatch watch;
     place.file = STGIndex::create(place.folder, name, place.version);
-    has_yielded = watch.has_yielded(name, place.version);
   } catch (...) {
     // The entry may be saved, and another program may use it already.
     if (!made.is_made() || made.is_entered() != Answer::kYes) throw;
     place.file = made.path().substr(place.folder.size() + 1);
   }
+  if (made.has_yielded()) return false;
   // A save that failed is only traced.
   if (Call::current().failures() != failures_before &&
       is_entered(place.folder, name, place.version, place.path()) != Answer::kYes)
     throw Refusal{LockLimit::passed() ? VU_LOCK_TIMEOUT : VU_FAILED, {}, {}};
-  if (has_yielded) return false;
   made.keep();
   return made.is_made();
 }

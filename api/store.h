@@ -191,6 +191,8 @@ class NewFile {
   /// Whether the operation has made a file. If the entry existed, it has not.
   bool is_made() const { return !path().empty(); }
   const std::string& path() const { return m_own.last(); }
+  /// Whether the entry gave way to that of another program.
+  bool has_yielded() const { return m_own.has_yielded(); }
   /// Whether the index has the entry with the file that was made.
   Answer is_entered() const noexcept {
     return api::is_entered(m_folder, m_name, m_version, path());

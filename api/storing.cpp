@@ -11,7 +11,6 @@
 #include "file/lock_limit.h"
 #include "index/index_format.h"
 #include "index/index_gate.h"
-#include "index/saving.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
 #include "storage/layout.h"
@@ -97,9 +96,8 @@ vu_status without_derived(const Address& address, const Place& old) {
   return done_unless_told();
 }
 
-[[noreturn]] void refuse_to_replace(const Place& place) {
-  throw Refusal{VU_ALREADY, "the version exists; set VU_REPLACE to replace it",
-                told_path(place.path())};
+[[noreturn]] void refuse_to_replace(const std::string& path) {
+  throw Refusal{VU_ALREADY, "the version exists; set VU_REPLACE to replace it", told_path(path)};
 }
 
 /// Gives a version the name of an address, with one save of the index. When it returns, the change
@@ -110,27 +108,23 @@ vu_status without_derived(const Address& address, const Place& old) {
 /// not set
 bool rename_entry(const std::string& folder, const std::string& name, long version,
                   const Address& address, std::uint32_t flags) {
-  const bool replaces = (flags & VU_REPLACE) != 0;
   NewFile made(folder, address.name, address.version,
-               replaces ? IfEntered::kReplace : IfEntered::kYield);
+               (flags & VU_REPLACE) != 0 ? IfEntered::kReplace : IfEntered::kYield);
   const unsigned failures_before = Call::current().failures();
   std::exception_ptr raised;
-  bool has_yielded = false;
   try {
-    const SaveWatch watch;
     STGIndex::rename(folder, name, version, address.name, address.version);
-    has_yielded = watch.has_yielded(address.name, address.version);
   } catch (...) {
     raised = std::current_exception();
   }
+  // Another program has just stored the version.
+  if (made.has_yielded()) refuse_to_replace(folder);
   // A save that failed is only traced. After a save another step may have failed.
   const bool is_whole = !raised && Call::current().failures() == failures_before;
   // Required: without a failure the save is not checked. Another program may have replaced the
   // version since.
-  if (!made.is_made() || has_yielded || (!is_whole && made.is_entered() != Answer::kYes)) {
+  if (!made.is_made() || (!is_whole && made.is_entered() != Answer::kYes)) {
     if (raised) std::rethrow_exception(raised);
-    Place place;
-    if (is_whole && !replaces && find(address, place)) refuse_to_replace(place);
     throw Refusal{VU_FAILED, is_whole ? "the version cannot be renamed" : "", told_path(folder)};
   }
   made.keep();
@@ -192,12 +186,15 @@ class Staged {
   bool m_is_there = true;
 };
 
-void store_in_place(const Address& address, const Source& source) {
+void store_in_place(const Address& address, const Source& source, std::uint32_t flags) {
   std::optional<SourceFile> copied;
   if (!source.path.empty()) copied.emplace(source.path, address);
   vu_file file;
-  open_to_write(file, address, true);
-  if (!file.is_open()) throw Refusal{VU_FAILED, {}, {}};
+  open_to_write(file, address, (flags & VU_REPLACE) != 0);
+  if (!file.is_open()) {
+    if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
+    refuse_to_replace({});
+  }
   const std::string path = file.getFilePath();
   const bool is_locked = file.is_locked();
   bool is_whole = is_locked && is_opened_anew(address, file);
@@ -216,7 +213,7 @@ vu_status store(const Address& address, const Source& source, std::uint32_t flag
   if (!source.path.empty() && !is_there(source.path))
     throw Refusal{VU_NOTHING_MATCHED, "there is no such file", told_path(source.path)};
   const bool existed = find(address, place);
-  if (existed && (flags & VU_REPLACE) == 0) refuse_to_replace(place);
+  if (existed && (flags & VU_REPLACE) == 0) refuse_to_replace(place.path());
   std::string folder;
   bool in_place = (flags & VU_IN_PLACE) != 0;
   if (!in_place) {
@@ -226,7 +223,7 @@ vu_status store(const Address& address, const Source& source, std::uint32_t flag
   }
   bool is_whole = true;
   if (in_place) {
-    store_in_place(address, source);
+    store_in_place(address, source, flags);
   } else {
     Staged staged(folder, address);
     fill(source, staged.place());
@@ -297,7 +294,7 @@ vu_status rename_found(const Address& from, const Place& old, const Address& to,
     existed = entered.has_value();
     if (existed) place.file = *entered;
   }
-  if (existed && (flags & VU_REPLACE) == 0) refuse_to_replace(place);
+  if (existed && (flags & VU_REPLACE) == 0) refuse_to_replace(place.path());
   std::string folder;
   if (!find_folder(to, true, folder)) throw Refusal{VU_FAILED, {}, {}};
   // Another file with the new name would hide a renamed version.

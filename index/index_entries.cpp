@@ -138,7 +138,13 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
   const std::string old_file = index_format::file_name_of(old_key, *old_stored);
   const std::string folder = m_folder + "\\";
   const bool replaces = _contains(newLogical, newTs);
-  if (replaces && OwnFiles::if_entered() == IfEntered::kYield) return false;
+  if (replaces && OwnFiles::if_entered() == IfEntered::kYield) {
+    const std::string file = index_format::file_name_of(new_key, *m_state->find(new_key));
+    if (presence_of(path_text::join(m_folder, file)) != Presence::kMissing) {
+      OwnFiles::note_yield();
+      return false;
+    }
+  }
   std::string replaced_file;
   IndexState::Taken replaced;
   const auto undo = [&] {

@@ -17,6 +17,10 @@ std::optional<IfEntered> OwnFiles::if_entered() noexcept {
   return t_rule != nullptr ? std::optional(t_rule->m_if_entered) : std::nullopt;
 }
 
+void OwnFiles::note_yield() noexcept {
+  if (t_rule != nullptr) t_rule->m_has_yielded = true;
+}
+
 void OwnFiles::note(std::string path) noexcept {
   if (t_rule != nullptr) t_rule->m_last = std::move(path);
 }

@@ -24,7 +24,7 @@ enum class IfEntered : std::uint8_t {
 ///
 /// Without the rule two operations can also make a file each for one key. The later save wins, and
 /// the other file becomes an orphan, with all that was written to it. With the rule the later save
-/// does what IfEntered says. SaveWatch tells whether it has yielded.
+/// does what IfEntered says.
 ///
 /// Errors: constructor and destructor do not throw. Threads: the object stays in its block, on the
 /// thread that constructed it.
@@ -38,11 +38,15 @@ class OwnFiles {
   /// The path of the last file that was created for a new entry under this rule; empty if there is
   /// none, because the entry existed.
   const std::string& last() const { return m_last; }
+  /// Whether a new entry gave way to that of another program.
+  bool has_yielded() const { return m_has_yielded; }
 
   /// Whether the rule applies to this thread.
   static bool are_required() noexcept { return if_entered().has_value(); }
   /// The rule for keys that another program has entered; nothing if the rule does not apply.
   static std::optional<IfEntered> if_entered() noexcept;
+  /// Notes that a new entry gave way, if the rule applies.
+  static void note_yield() noexcept;
   /// Notes the file of a new entry, if the rule applies.
   static void note(std::string path) noexcept;
   /// Forgets a file that was removed again. Another program may get its name now.
@@ -51,5 +55,6 @@ class OwnFiles {
  private:
   const IfEntered m_if_entered;
   std::string m_last;
+  bool m_has_yielded = false;
   OwnFiles* m_before;
 };

@@ -130,8 +130,6 @@ class IndexSave {
       std::vector<std::string>& withdrawn = again.m_saved.withdrawn;
       std::move(withdrawn.begin(), withdrawn.end(), std::back_inserter(m_saved.withdrawn));
       std::sort(m_saved.withdrawn.begin(), m_saved.withdrawn.end());
-      std::vector<std::string>& yielded = again.m_saved.yielded;
-      std::move(yielded.begin(), yielded.end(), std::back_inserter(m_saved.yielded));
     } catch (...) {
       if (!m_saved.raised) m_saved.raised = std::current_exception();
       m_outcome.flushed = {0, os::Failure::kOther};  // the close flushes
@@ -323,12 +321,17 @@ class IndexSave {
     const std::optional<IfEntered> rule = OwnFiles::if_entered();
     const std::size_t making = m_state.making_of(line.key);
     if (!rule || making == Changes::kNone) return false;
+    // With synchronisation on, another program can have adopted the new file under the same name.
+    // And a line can be valid by a file without extension, which no reader opens.
+    const std::string file = index_format::file_name_of(line.key, line.stored);
+    if (file == m_state.m_makings[making].file || m_files.probe(file) != Presence::kThere)
+      return false;
     if (*rule == IfEntered::kReplace) {
       // A second line of the loaded text is not another program's.
       if (m_state.loaded_line(line.stored) == nullptr) m_superseded.push_back(line);
       return false;
     }
-    m_saved.yielded.emplace_back(line.key);
+    OwnFiles::note_yield();
     m_state.keep_files_of(making);
     m_state.withdraw(line.key);
     m_state.add(line.key, line.stored);

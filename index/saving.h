@@ -9,7 +9,6 @@
 
 #include "index/index_format.h"
 #include "index/index_state.h"
-#include "index/numbers.h"
 #include "vu_file.h"
 
 /// What a save has done.
@@ -18,8 +17,6 @@ struct Saved {
   /// The keys, in order, of new entries whose files a clean has swept and the save could not create
   /// again.
   std::vector<std::string> withdrawn;
-  /// The keys of new entries that gave way to those of other programs: see IfEntered::kYield.
-  std::vector<std::string> yielded;
   std::exception_ptr raised;  ///< the first exception of a removal, after the text was written
 };
 
@@ -56,14 +53,6 @@ class SaveWatch {
     const std::vector<std::string>& all = m_saved.withdrawn;
     return !all.empty() &&
            std::binary_search(all.begin(), all.end(), index_format::key_of(logical, timestamp));
-  }
-
-  /// Whether this entry gave way to that of another program.
-  bool has_yielded(std::string_view logical, long timestamp) const {
-    const std::vector<std::string>& all = m_saved.yielded;
-    if (all.empty()) return false;
-    const std::string key = index_format::key_of(logical, clamp32(timestamp));
-    return std::find(all.begin(), all.end(), key) != all.end();
   }
 
   /// The instance calls it before its save, with nothing, and after it.

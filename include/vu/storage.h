@@ -349,7 +349,8 @@ enum {
  * old ones are lost.
  *
  * Replacing a version removes what was derived from it: its parts (VU_AREA_DOCS), its line in each
- * category file (VU_AREA_USER).
+ * category file (VU_AREA_USER). What belongs to a version that another program stores during the
+ * call can stay; vu_clean() sweeps such parts.
  *
  * @param document the version must not be VU_LATEST.
  * @param bytes may be null when `size` is 0.
@@ -358,7 +359,8 @@ enum {
  * @param how may be null; receives VU_STORED_AT_ONCE or VU_STORED_IN_PLACE, also with
  *   VU_PARTLY_DONE.
  * @return VU_ALREADY: the version exists, and VU_REPLACE is not set. Of several programs that store
- *   the same new version at once without VU_REPLACE, one gets VU_DONE and the others VU_ALREADY.
+ *   the same new version at once without VU_REPLACE, also by vu_open() or vu_rename(), one gets
+ *   VU_DONE and the others VU_ALREADY.
  *   VU_PARTLY_DONE: the version is stored, but something beside it failed, for example removing old
  *   parts or, on Windows, an old file that is open. While an old file stays, another program can
  *   make it the version again: see docs/api.md. VU_FAILED: the old version is unchanged.

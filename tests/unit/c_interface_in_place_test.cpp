@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <iterator>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "tests/support/os_calls.h"
@@ -64,9 +63,10 @@ TEST_F(CInterfaceInPlace, OfTwoThatMayNotReplaceOneStoresTheVersion) {
     EXPECT_EQ(vu_stream_write(stream, "mine", 4), VU_DONE);
     return vu_stream_close(stream);
   };
+  const auto write_in_place = [&] { return put(m_next, "mine", VU_IN_PLACE); };
   const auto rename_to_next = [&] { return vu_rename(m_store, &m_document, &m_next, 0); };
-  const char* const mine[] = {"mine", "mine", "old"};
-  const Step changes[] = {put_next, write_next, rename_to_next};
+  const char* const mine[] = {"mine", "mine", "mine", "old"};
+  const Step changes[] = {put_next, write_next, write_in_place, rename_to_next};
   for (std::size_t way = 0; way < std::size(changes); ++way) {
     int times_other = 0;
     for (std::uint64_t nth = 1;; ++nth) {
@@ -86,7 +86,7 @@ TEST_F(CInterfaceInPlace, OfTwoThatMayNotReplaceOneStoresTheVersion) {
       }
       EXPECT_EQ(status, other == VU_DONE ? VU_ALREADY : VU_DONE) << last_error().text;
       EXPECT_EQ(content(m_next), other == VU_DONE ? "other" : mine[way]);
-      EXPECT_EQ(content(m_document) == "old", other == VU_DONE || way != 2);
+      EXPECT_EQ(content(m_document) == "old", other == VU_DONE || way != 3);
       EXPECT_EQ(orphans(), std::vector<std::string>());
       times_other += other == VU_DONE ? 1 : 0;
       if (is_over) break;
@@ -125,6 +125,72 @@ TEST_F(CInterfaceInPlace, OfTwoThatReplaceAVersionTheLaterSaveWins) {
     }
     EXPECT_GT(times_other, 3);
   }
+}
+
+TEST_F(CInterfaceInPlace, AVersionThatAnotherProgramRemovesAgainWasThere) {
+  int times_both = 0;
+  for (std::uint64_t first = 1;; ++first) {
+    std::uint64_t hits = 0;
+    for (std::uint64_t second = first + 1;; ++second) {
+      SCOPED_TRACE(std::to_string(first) + " " + std::to_string(second));
+      vu_remove(m_store, &m_next);
+      vu_status other = VU_FAILED;
+      vu_status removed = VU_FAILED;
+      const auto store = [&] {
+        other = elsewhere([&] { return vu_put(m_hurried, &m_next, "other", 5, 0, nullptr); });
+      };
+      const auto remove = [&] {
+        removed = elsewhere([&] { return vu_remove(m_hurried, &m_next); });
+      };
+      const auto storing = faults::before(Call::lock, store, first);
+      const auto removing = faults::before(Call::lock, remove, second);
+      const vu_status status = put(m_next, "mine", 0);
+      EXPECT_TRUE(status == VU_DONE || (status == VU_ALREADY && other == VU_DONE))
+          << vu_status_name(status) << last_error().text;
+      times_both += other == VU_DONE && removed == VU_DONE ? 1 : 0;
+      hits = storing.hits();
+      if (removing.hits() == 0) break;
+      ASSERT_LT(second, 100U);
+    }
+    if (hits == 0) break;
+    ASSERT_LT(first, 100U);
+  }
+  EXPECT_GT(times_both, 3);
+}
+
+TEST_F(CInterfaceInPlace, AnAdoptedFileOfOnesOwnIsNoOtherVersion) {
+  // The name of the document is the number that is drawn for its file. Another program adopts the
+  // file before it has its line.
+  STGIndex::setSynchronizeMode(true);
+  int times_adopted = 0;
+  for (const std::uint32_t flags : {0U, std::uint32_t{VU_REPLACE}}) {
+    for (std::uint64_t nth = 1;; ++nth) {
+      SCOPED_TRACE(std::to_string(flags) + " " + std::to_string(nth));
+      // The first number of a call is that of its temporary version.
+      const int number = std::stoi(read_file(m_folder + "\\index")) + 2;
+      std::string name = std::to_string(number) + ".txt";
+      name.insert(0, 12 - name.size(), '0');
+      const vu_document own = document(name.c_str());
+      bool is_over = false;
+      const auto adopt = [&] {
+        elsewhere([&] {
+          const auto visit = [](void*, const vu_entry*) { return std::int32_t{0}; };
+          return vu_each_document(m_hurried, VU_AREA_USER, "anna", 0, visit, nullptr);
+        });
+        times_adopted += read_file(m_index).find(name + "_0000000000/" + name) != std::string::npos;
+      };
+      {
+        const auto hook = faults::before(Call::open, adopt, nth);
+        EXPECT_EQ(put(own, "mine", flags), VU_DONE) << last_error().text;
+        is_over = hook.hits() == 0;
+      }
+      EXPECT_EQ(content(own), "mine");
+      if (is_over) break;
+      ASSERT_LT(nth, 100U);
+    }
+  }
+  STGIndex::setSynchronizeMode(false);
+  EXPECT_GT(times_adopted, 0);
 }
 
 #if defined(__linux__)  // Windows writes no file that is locked.
@@ -397,75 +463,6 @@ TEST_F(CInterfaceInPlace, ACategoryFileThatCannotBeCutKeepsItsLines) {
     ASSERT_LT(nth, 100U);
   }
   EXPECT_EQ(vu_close_store(patient), VU_DONE);
-}
-
-namespace {
-
-/// A mail folder with one mail to migrate, and its line in the read list.
-class CInterfaceMigration : public CInterfaceInPlace {
- protected:
-  CInterfaceMigration() {
-    STGIndex::setSynchronizeMode(true);
-    make_folder(m_mails);
-    write_file(m_mails + "\\read.txt", kLine);
-    write_file(m_mails + "\\f4#f5#x#A%20B.kdb", "mail");
-  }
-  ~CInterfaceMigration() override { STGIndex::setSynchronizeMode(false); }
-
-  std::string list() const { return read_file(m_mails + "\\read.txt"); }
-
-  static constexpr const char* kLine = "x\tA%20B\tB\tf4\tf5\tf6\t\n";
-  static constexpr const char* kMigrated = "x\tA B\tB\tf4\tf5\tf6\t\n";
-  const std::string m_mails = m_scratch.path("storage\\mail\\anna");
-};
-
-}  // namespace
-
-TEST_F(CInterfaceMigration, AReadListThatCannotBeCutKeepsItsLines) {
-  int times_kept = 0;
-  for (std::uint64_t nth = 1;; ++nth) {
-    vu_file::recurseRemoveDir(m_mails);
-    make_folder(m_mails);
-    write_file(m_mails + "\\read.txt", kLine);
-    write_file(m_mails + "\\f4#f5#x#A%20B.kdb", "mail");
-    const auto fault = faults::fail(Call::set_end, kRefused, nth);
-    const vu_status status = vu_migrate_inbox(m_store, "anna");
-    if (fault.hits() == 0) {
-      EXPECT_EQ(status, VU_DONE);
-      EXPECT_EQ(list(), kMigrated);
-      break;
-    }
-    EXPECT_TRUE(list() == kLine || list() == kMigrated) << nth << list();
-    EXPECT_TRUE(list() == kMigrated || status != VU_DONE) << nth;
-    times_kept += list() == kLine ? 1 : 0;
-    ASSERT_LT(nth, 100U);
-  }
-  EXPECT_GT(times_kept, 0);
-}
-
-TEST_F(CInterfaceMigration, ALineThatIsAppendedMeanwhileStays) {
-  // The other program appends as soon as it gets the lock of the list.
-  bool was_locked = false;
-  std::thread other;
-  const auto append = [&] {
-    vu_file file(m_mails, "read.txt");
-    was_locked = !file.try_open(vu_file::o_append, was_locked, true) || was_locked;
-    file.close();
-    other = std::thread([&] {
-      vu_file list_of_other(m_mails, "read.txt");
-      list_of_other.open(vu_file::o_append);
-      list_of_other.write("appended\n");
-      list_of_other.close();
-    });
-  };
-  {
-    const auto hook = faults::before(Call::copy, append);
-    EXPECT_EQ(vu_migrate_inbox(m_store, "anna"), VU_DONE) << last_error().text;
-    ASSERT_EQ(hook.hits(), 1U);
-  }
-  other.join();
-  EXPECT_TRUE(was_locked);
-  EXPECT_EQ(list(), std::string(kMigrated) + "appended\n");
 }
 
 // ---- parts that are refreshed from a preload copy -----------------------------------------------

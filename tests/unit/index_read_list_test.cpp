@@ -4,11 +4,13 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "index/read_list.h"
 #include "platform/os/os.h"
 #include "tests/support/recording_sink.h"
+#include "tests/unit/c_interface_fixture.h"
 #include "tests/unit/index_fixture.h"
 
 // The read list: its lines, the names that they form, loading and saving, and what a migration does
@@ -485,6 +487,73 @@ TEST_F(IndexMigration, SetsNoMarkerIfTheSaveHasUndoneARename) {
   EXPECT_EQ(entry("1#1#1#b .kdb"), "b");
   EXPECT_EQ(read("read.txt"), "1\ta \tB\t1\t1\tf\t\n1\tb \tB\t1\t1\tf\t\n");
   EXPECT_TRUE(is_marked());
+}
+
+// ---- migration by the C interface, where other programs use the list ----------------------------
+
+/// A mail folder with one mail to migrate, and its line in the read list.
+class CInterfaceMigration : public CInterfaceTest {
+ protected:
+  CInterfaceMigration() {
+    STGIndex::setSynchronizeMode(true);
+    make_folder(m_mails);
+    write_file(m_mails + "\\read.txt", kLine);
+    write_file(m_mails + "\\f4#f5#x#A%20B.kdb", "mail");
+  }
+  ~CInterfaceMigration() override { STGIndex::setSynchronizeMode(false); }
+
+  std::string list() const { return read_file(m_mails + "\\read.txt"); }
+
+  static constexpr const char* kLine = "x\tA%20B\tB\tf4\tf5\tf6\t\n";
+  static constexpr const char* kMigrated = "x\tA B\tB\tf4\tf5\tf6\t\n";
+  const std::string m_mails = m_scratch.path("storage\\mail\\anna");
+};
+
+TEST_F(CInterfaceMigration, AReadListThatCannotBeCutKeepsItsLines) {
+  int times_kept = 0;
+  for (std::uint64_t nth = 1;; ++nth) {
+    vu_file::recurseRemoveDir(m_mails);
+    make_folder(m_mails);
+    write_file(m_mails + "\\read.txt", kLine);
+    write_file(m_mails + "\\f4#f5#x#A%20B.kdb", "mail");
+    const auto fault = faults::fail(Call::set_end, kRefused, nth);
+    const vu_status status = vu_migrate_inbox(m_store, "anna");
+    if (fault.hits() == 0) {
+      EXPECT_EQ(status, VU_DONE);
+      EXPECT_EQ(list(), kMigrated);
+      break;
+    }
+    EXPECT_TRUE(list() == kLine || list() == kMigrated) << nth << list();
+    EXPECT_TRUE(list() == kMigrated || status != VU_DONE) << nth;
+    times_kept += list() == kLine ? 1 : 0;
+    ASSERT_LT(nth, 100U);
+  }
+  EXPECT_GT(times_kept, 0);
+}
+
+TEST_F(CInterfaceMigration, ALineThatIsAppendedMeanwhileStays) {
+  // The other program appends as soon as it gets the lock of the list.
+  bool was_locked = false;
+  std::thread other;
+  const auto append = [&] {
+    vu_file file(m_mails, "read.txt");
+    was_locked = !file.try_open(vu_file::o_append, was_locked, true) || was_locked;
+    file.close();
+    other = std::thread([&] {
+      vu_file list_of_other(m_mails, "read.txt");
+      list_of_other.open(vu_file::o_append);
+      list_of_other.write("appended\n");
+      list_of_other.close();
+    });
+  };
+  {
+    const auto hook = faults::before(Call::copy, append);
+    EXPECT_EQ(vu_migrate_inbox(m_store, "anna"), VU_DONE) << last_error().text;
+    ASSERT_EQ(hook.hits(), 1U);
+  }
+  other.join();
+  EXPECT_TRUE(was_locked);
+  EXPECT_EQ(list(), std::string(kMigrated) + "appended\n");
 }
 
 }  // namespace
