@@ -112,18 +112,59 @@ void take_owner_apart(GlobalOptions& options) {
   options.owner.erase(0, slash + 1);
 }
 
-/// "help put" means "put --help". "explain NAME" means "explain read NAME".
-void rewrite_shorthands(std::vector<std::string>& arguments) {
-  if (arguments.empty()) return;
-  if (arguments.front() == "help") {
-    arguments.erase(arguments.begin());
-    arguments.emplace_back("--help");
-  } else if (arguments.front() == "explain" && arguments.size() > 1) {
-    const std::vector<std::string> known = {"read", "write", "part"};
-    const bool is_name = !arguments[1].starts_with('-') &&
-                         std::find(known.begin(), known.end(), arguments[1]) == known.end();
-    if (is_name) arguments.insert(arguments.begin() + 1, "read");
+const CLI::App* subcommand_named(const CLI::App& family, const std::string& name) {
+  const auto has_name = [&](const CLI::App* each) { return each->get_name() == name; };
+  const std::vector<const CLI::App*> found = family.get_subcommands(has_name);
+  return found.empty() ? nullptr : found.front();
+}
+
+std::vector<std::string> names_below(const CLI::App& app) {
+  std::vector<std::string> names;
+  for (const CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; })) {
+    if (!sub->get_group().empty()) names.push_back(sub->get_name());
   }
+  return names;
+}
+
+/// The index of the next argument that is neither an option of the program or the command, nor the
+/// value of one.
+std::size_t next_word(std::span<const std::string> arguments, std::size_t from, const CLI::App& app,
+                      const CLI::App& command) {
+  for (; from < arguments.size() && arguments[from].starts_with('-'); ++from) {
+    if (arguments[from] == "--") break;
+    const CLI::Option* option = command.get_option_no_throw(arguments[from]);
+    if (option == nullptr) option = app.get_option_no_throw(arguments[from]);
+    if (option != nullptr && option->get_items_expected_max() != 0) ++from;
+  }
+  return std::min(from, arguments.size());
+}
+
+/// "help put" means "put --help". "explain NAME" means "explain read NAME". Options can precede
+/// each word.
+void rewrite_shorthands(const CLI::App& app, std::vector<std::string>& arguments) {
+  std::size_t at = next_word(arguments, 0, app, app);
+  const auto is_at = [&](const char* word) {
+    return at < arguments.size() && arguments[at] == word;
+  };
+  if (is_at("explain")) {
+    const CLI::App& explain = *app.get_subcommand("explain");
+    const std::size_t name = next_word(arguments, at + 1, app, *explain.get_subcommand("read"));
+    const bool is_name =
+        name < arguments.size() && subcommand_named(explain, arguments[name]) == nullptr;
+    if (is_name) arguments.insert(arguments.begin() + static_cast<std::ptrdiff_t>(at) + 1, "read");
+    return;
+  }
+  if (!is_at("help")) return;
+  while (is_at("help")) arguments.erase(arguments.begin() + static_cast<std::ptrdiff_t>(at));
+  const CLI::App* command = &app;
+  for (; !names_below(*command).empty(); ++at) {
+    at = next_word(arguments, at, app, *command);
+    if (at == arguments.size()) break;
+    command = subcommand_named(*command, arguments[at]);
+    // Without "--help" the parser reports the unknown command.
+    if (command == nullptr) return;
+  }
+  arguments.emplace_back("--help");
 }
 
 /// The number of letters to change, add or remove to turn one word into the other.
@@ -152,14 +193,6 @@ std::string did_you_mean(const std::string& word, const std::vector<std::string>
     }
   }
   return best == nullptr ? "" : formatted("; did you mean '{}'?", *best);
-}
-
-std::vector<std::string> names_below(const CLI::App& app) {
-  std::vector<std::string> names;
-  for (const CLI::App* sub : app.get_subcommands([](const CLI::App*) { return true; })) {
-    if (!sub->get_group().empty()) names.push_back(sub->get_name());
-  }
-  return names;
 }
 
 std::vector<std::string> options_of(const CLI::App& command, const CLI::App& app) {
@@ -361,7 +394,7 @@ CommandLine::~CommandLine() = default;
 std::optional<Exit> CommandLine::parse(std::vector<std::string> arguments, Output& out) {
   GlobalOptions& options = m_parts->options;
   try {
-    rewrite_shorthands(arguments);
+    rewrite_shorthands(m_parts->app, arguments);
     // The parser reads the arguments from the last to the first, and removes them.
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     m_parts->app.parse(std::move(reversed));

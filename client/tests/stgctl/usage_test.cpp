@@ -223,7 +223,45 @@ TEST_F(ClientEasy, HelpsWithACommand) {
   EXPECT_EQ(run({"help", "put"}).out, run({"put", "--help"}).out);
   EXPECT_EQ(run({"help"}).out, run({"--help"}).out);
   EXPECT_EQ(run({"help", "index", "restore"}).out, run({"index", "restore", "--help"}).out);
+  EXPECT_EQ(run({"help", "help"}).out, run({"--help"}).out);
+  EXPECT_EQ(run({"--root", "x", "help", "--json", "explain"}).out, run({"explain", "--help"}).out);
   EXPECT_EQ(run({"-V"}).out, run({"--version"}).out);
+}
+
+TEST_F(ClientEasy, HasNoHelpForAnUnknownCommand) {
+  for (const std::vector<std::string>& command :
+       std::vector<std::vector<std::string>>{{"nope"}, {"index", "nope"}, {"--json", "nope"}}) {
+    std::vector<std::string> help = command;
+    help.insert(help.begin(), "help");
+    const outcome result = run(help);
+    EXPECT_EQ(result.code, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_NE(result.err.find("there is no command 'nope'"), std::string::npos) << result.err;
+    EXPECT_EQ(result.err, run(command).err);
+  }
+}
+
+TEST_F(ClientEasy, ExplainsANameBetweenAnyOptions) {
+  const std::string tree = shell_path(root());
+  const outcome whole =
+      run({"explain", "read", "sales.kdf", "--timestamp", "2", "--owner", "anna", "--root", tree});
+  ASSERT_EQ(whole.code, 0) << whole.err;
+  for (const std::vector<std::string>& command : std::vector<std::vector<std::string>>{
+           {"--root", tree, "explain", "sales.kdf", "--owner", "anna", "--timestamp", "2"},
+           {"--root", tree, "explain", "--owner", "anna", "sales.kdf", "--timestamp", "2"},
+           {"explain", "--timestamp", "2", "--root=" + tree, "sales.kdf", "--owner", "anna"},
+           {"--owner=anna", "explain", "--timestamp=2", "--root", tree, "--", "sales.kdf"}}) {
+    const outcome result = run(command);
+    EXPECT_EQ(result.code, 0) << result.err;
+    EXPECT_EQ(result.out, whole.out);
+  }
+  const outcome too_early = run({"--no-lock", "explain", "sales.kdf"});
+  EXPECT_EQ(too_early.code, 2);
+  EXPECT_NE(too_early.err.find("'stgctl explain read --no-lock'"), std::string::npos)
+      << too_early.err;
+  // The name of a subcommand is a document's name only after the subcommand.
+  EXPECT_EQ(on_tree({"explain", "--owner", "anna", "read", "read"}).code, 3);
+  EXPECT_EQ(on_tree({"explain", "write", "sales.kdf", "--owner", "anna"}).code, 0);
 }
 
 TEST_F(ClientEasy, GuessesWhatWasMeant) {
