@@ -94,10 +94,12 @@ void declare_global_options(CLI::App& app, GlobalOptions& options) {
   const auto take_level = [&options](const std::string& level) {
     options.trace = value_named<vu_host::trace_level>(kLevels, CLI::detail::to_lower(level));
   };
-  read("--trace", take_level, "LEVEL", "Write the library's traces up to this level")
+  read("--trace", take_level, "LEVEL",
+       "Write the library's traces up to this level; only changing commands call the library")
       ->check(CLI::IsMember(kLevels, CLI::ignore_case));
   option("--trace-file", options.trace_file, "FILE",
-         "Write the traces to this file instead of standard error");
+         "With --trace: append the traces to this file instead of standard error")
+      ->needs("--trace");
 }
 
 /// Splits an owner of the form "AREA/OWNER". An owner's name contains no separator.

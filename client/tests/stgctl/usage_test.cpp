@@ -118,6 +118,7 @@ TEST_F(ClientUsage, AnswersAWrongCommandLineWithTwo) {
                                                        {"init", "--color", "blue"},
                                                        {"init", "--lock-timeout", "soon"},
                                                        {"init", "--trace", "xxl"},
+                                                       {"init", "--trace-file", "traces"},
                                                        {"init", "--root", "a", "--storage", "b"},
                                                        {"put"},
                                                        {"get"},
