@@ -115,12 +115,14 @@ class FolderCheck {
   }
 
   void check_line(const LintedLine& line) {
-    const auto malformed = [&](std::size_t end, const char* why) {
+    const auto malformed = [&](const char* before, const char* after) {
       constexpr std::size_t kShown = 80;
-      found(Code::kMalformedLine, line.raw.substr(0, std::min(kShown, end)), why, line.number);
+      const std::size_t end = std::min(kShown, line.raw.find('\0'));
+      found(Code::kMalformedLine, index_format::kIndexFile,
+            before + in_quotes(line.raw.substr(0, end)) + after, line.number);
     };
     if (line.has_zeros && line.verdict != Verdict::kUnknown)
-      return malformed(line.raw.find('\0'), "it contains zeros, possibly in place of other lines");
+      return malformed("zeros, possibly in place of other lines, follow ", "");
     switch (line.verdict) {
       case Verdict::kEntry: check_entry(line); break;
       case Verdict::kNoFile:
@@ -136,10 +138,8 @@ class FolderCheck {
                   std::to_string(line.same_key_as),
               line.number);
         break;
-      case Verdict::kNoSeparator: malformed(line.raw.size(), "it contains no \"/\""); break;
-      case Verdict::kShortKey:
-        malformed(line.raw.size(), "the key is too short for a timestamp");
-        break;
+      case Verdict::kNoSeparator: malformed("", " contains no \"/\""); break;
+      case Verdict::kShortKey: malformed("the key in ", " is too short"); break;
     }
   }
 

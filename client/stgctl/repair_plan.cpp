@@ -48,6 +48,10 @@ constexpr const char* kNameLost =
     "its name may have been in the damaged lines: restore the index from a backup, give the file "
     "an entry with 'stgctl sync', or use --force";
 
+constexpr const char* kLineKept =
+    "names of files beside the index may have been in this line: restore the index from a backup, "
+    "correct the line by hand, or use --force";
+
 /// Whether the file name is a number that the library gave: only an index knows the logical name.
 bool is_number(std::string_view name) {
   const std::string_view stem = name.substr(0, name.find('.'));
@@ -127,8 +131,9 @@ class Planning {
     if (has_lines && !m_is_restored && m_index_stays.empty()) plan_lines();
     std::vector<const Finding*> done;
     for (const Finding& finding : findings) {
+      const bool is_damage = finding.code == Code::kMalformedLine;
       m_remedy = m_is_restored                  ? kNamesFirst
-                 : is_kept(finding)             ? kNameLost
+                 : is_kept(finding)             ? is_damage ? kLineKept : kNameLost
                  : is_about_lines(finding.code) ? m_index_stays
                                                 : std::string();
       const bool is_planned =

@@ -143,6 +143,23 @@ TEST_F(AdminCheck, FindsMalformedLines) {
   user_index("a.kdc_0000000000/00000001\nnothing\nshort/x\na.kdcx00000000y1/00000001\n");
   EXPECT_EQ(codes(Depth::kQuick), (Codes{"duplicate-physical-name", "malformed-line",
                                          "malformed-line", "odd-timestamp"}));
+  std::vector<std::string> details;
+  for (const admin::Finding& each : findings()) {
+    if (each.code != admin::Code::kMalformedLine) continue;
+    EXPECT_EQ(each.name, "index.dat");
+    details.push_back(std::to_string(each.line) + " " + each.detail);
+  }
+  EXPECT_EQ(details, (std::vector<std::string>{"2 \"nothing\" contains no \"/\"",
+                                               "3 the key in \"short/x\" is too short"}));
+}
+
+TEST_F(AdminCheck, ShowsTheTextBeforeZeros) {
+  user_file("00000001.kdc");
+  user_index("a.kdc_0000000000/00000001" + std::string(3, '\0') + "b\n");
+  ASSERT_FALSE(findings().empty());
+  EXPECT_EQ(findings()[0].name, "index.dat");
+  EXPECT_EQ(findings()[0].detail,
+            "zeros, possibly in place of other lines, follow \"a.kdc_0000000000/00000001\"");
 }
 
 TEST_F(AdminCheck, FindsLinesOutOfOrder) {

@@ -521,10 +521,23 @@ TEST_F(ClientRepairKeeps, FilesWhoseNamesDamagedLinesMayHaveHeldAreTakenWithForc
         << spared.err;
   }
   EXPECT_EQ(tree(), before);
+  EXPECT_NE(on_tree({"check"}).out.find(shell_path(m_index) + " (line 9): \"" +
+                                        m_healthy.substr(cut, 5) + "\" contains no \"/\"\n"),
+            std::string::npos)
+      << on_tree({"check"}).out;
   // A file without a number is a plain orphan, as in any folder.
   write_file(storage() + "\\user\\anna\\stray.tmp", "x");
   ASSERT_EQ(on_tree({"repair", "--plan", plan()}).code, 0);
-  EXPECT_EQ(Json::parse(read_file(plan())).at("repairs").size(), 1U);
+  const Json planned = Json::parse(read_file(plan()));
+  EXPECT_EQ(planned.at("repairs").size(), 1U);
+  for (const Json& each : planned.at("left")) {
+    const bool is_line = each.at("code") == "malformed-line";
+    EXPECT_EQ(each.at("path") == "user/anna/index.dat", is_line) << each;
+    EXPECT_TRUE(each.at("remedy").get<std::string>().starts_with(
+        is_line ? "names of files beside the index may have been in this line:"
+                : "its name may have been in the damaged lines:"))
+        << each;
+  }
   const outcome forced = on_tree({"repair", "--plan", plan(), "--force", "--yes"});
   EXPECT_EQ(forced.code, 0) << forced.err;
   EXPECT_NE(forced.err.find("no program finds them until 'undo'"), std::string::npos);
