@@ -5,8 +5,9 @@ namespace stgctl {
 
 namespace {
 
-FoundEntry only_one(const std::vector<FoundEntry>& all, const EntryOptions& options) {
-  if (all.empty()) not_found("no document in the tree has the name {}", shown(options.name));
+FoundEntry only_one(Context& context, const std::vector<FoundEntry>& all,
+                    const EntryOptions& options) {
+  if (all.empty()) none_matches(context, options.name);
   if (all.size() > 1)
     misused(
         "{} versions match; name one by --area, --owner and --timestamp "
@@ -21,7 +22,7 @@ Exit run_cat(Context& context, EntryOptions& options) {
   admin::EntryFailures failures;
   const std::vector<FoundEntry> all = versions_of(context, options, failures);
   if (all.empty() && failures.lock_missed) return Exit::kLockTimeout;
-  const std::string path = only_one(all, options).path();
+  const std::string path = only_one(context, all, options).path();
   const os::Status read = write_out(context, path, context.locking());
   if (read.failure() == os::Failure::kLocked)
     locked_out("{} is locked by another process; wait, or read it with --no-lock", shown(path));

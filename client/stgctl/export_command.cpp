@@ -3,6 +3,7 @@
 #include "client/stgctl/command.h"
 #include "client/stgctl/manifest.h"
 #include "client/stgctl/paths.h"
+#include "client/stgctl/target.h"
 
 namespace stgctl {
 
@@ -109,18 +110,6 @@ bool is_unfinished(Context& context, const std::string& folder) {
   return true;
 }
 
-/// @throws Failure kNothingMatched for an owner without a folder.
-void check_owner_is_there(Context& context) {
-  const admin::Scope scope = context.scope();
-  if (!scope.owner || context.tree().layout == admin::Layout::kFlat) return;
-  for (const admin::Area area : admin::kAreas) {
-    if (scope.area && *scope.area != area) continue;
-    const std::string folder = sys::join(context.tree().folder_of(area), *scope.owner);
-    if (sys::describe(folder).kind != sys::Kind::kMissing) return;
-  }
-  not_found("no owner has the name {}; nothing was exported", shown(*scope.owner));
-}
-
 /// Removes an unfinished export.
 void begin_anew(const std::string& folder) {
   std::error_code error;
@@ -222,7 +211,7 @@ Exit run_export(Context& context, const Options& options) {
   const std::string& folder = options.folder;
   const admin::Tree& tree = context.tree();
   const bool dry = context.is_dry_run();
-  check_owner_is_there(context);
+  check_owner_exists(context);
   if (is_unfinished(context, folder) && !dry) {
     context.confirm(formatted("{} contains an unfinished export: start it again?", shown(folder)));
     begin_anew(folder);

@@ -16,14 +16,10 @@ struct Options : Arguments {
 };
 
 /// The named version, or the latest.
-FoundEntry choose(const std::vector<FoundEntry>& versions, const Options& options) {
-  if (options.timestamp.empty() && !versions.empty()) return versions.back();
-  const std::int32_t wanted = parse_stamp(options.timestamp).value_or(0);
-  for (const FoundEntry& version : versions) {
-    if (version.timestamp == wanted) return version;
-  }
-  if (versions.empty()) not_found("there is no version of {}", shown(options.name));
-  not_found("there is no version {} of {}", wanted, shown(options.name));
+FoundEntry choose(Context& context, const NamedVersion& named) {
+  std::vector<FoundEntry> versions = find_versions(context, named);
+  if (versions.empty()) no_version(named);
+  return std::move(versions.back());
 }
 
 /// The path of the copy; the name is appended to a folder.
@@ -62,7 +58,7 @@ Exit run_get(Context& context, Options& options) {
   context.take_apart(options.name, options.timestamp);
   check_name("the name", options.name);
   const Target target = target_of(context, admin::Area::kDocs);
-  const FoundEntry entry = choose(find_versions(context, {target, options.name, {}}), options);
+  const FoundEntry entry = choose(context, {target, options.name, parse_stamp(options.timestamp)});
   check_no_link(context, entry.path());
   if (options.output == "-") {
     if (context.out().json())

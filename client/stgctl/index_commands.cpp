@@ -75,7 +75,7 @@ class IndexVisitor final : public admin::Visitor {
   }
 
   Exit result() const {
-    const Exit code = exit_of(m_failures, m_folders != 0);
+    const Exit code = exit_of(m_context, m_failures, m_folders != 0);
     const bool is_bad = m_wanted == Wanted::kBadLines && m_problems != 0;
     return code == Exit::kDone && is_bad ? Exit::kProblemsFound : code;
   }

@@ -28,11 +28,13 @@ admin::FailureSink warn_of_failures(Context& context) {
   };
 }
 
-Exit exit_of(const admin::EntryFailures& failures, bool any) {
+Exit exit_of(Context& context, const admin::EntryFailures& failures, bool any,
+             const std::string& wanted) {
   if (failures.was_stopped || Context::interrupted()) return Exit::kInterrupted;
   if (failures.lock_missed) return Exit::kLockTimeout;
   if (failures.folders != 0) return any ? Exit::kPartlyDone : Exit::kFailed;
-  return any ? Exit::kDone : Exit::kNothingMatched;
+  if (!any) none_matches(context, wanted);
+  return Exit::kDone;
 }
 
 void append_name(std::string& line, std::string_view name) {
@@ -134,7 +136,7 @@ Exit list_entries(Context& context, const admin::EntryQuery& query, const char* 
   };
   const admin::EntryFailures failures =
       admin::for_each_entry(context.tree(), query, show, warn_of_failures(context));
-  return exit_of(failures, any);
+  return exit_of(context, failures, any, query.logical.value_or(query.pattern.value_or("")));
 }
 
 std::vector<FoundEntry> versions_of(Context& context, const EntryOptions& options,

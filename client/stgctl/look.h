@@ -21,8 +21,10 @@ std::string owner_or_none(Context& context);
 
 /// Warns about a folder that could not be read.
 admin::FailureSink warn_of_failures(Context& context);
-/// The exit code of a listing. @param any whether it printed an entry.
-Exit exit_of(const admin::EntryFailures& failures, bool any);
+/// The exit code of a listing. @param any whether it printed an entry. @param wanted as
+/// none_matches(), which it calls without entries and failures.
+Exit exit_of(Context& context, const admin::EntryFailures& failures, bool any,
+             const std::string& wanted = {});
 
 /// Appends a name in printable form. Fast for plain ASCII, the usual case.
 void append_name(std::string& line, std::string_view name);

@@ -9,6 +9,7 @@
 #include <exception>
 
 #include "client/stgctl/command_line.h"
+#include "client/stgctl/target.h"
 #include "client/stgctl/terminal.h"
 #include "vu_file_except.h"
 
@@ -20,8 +21,7 @@ Exit run_guarded(const Run& run, Context& context) {
   Output& out = context.out();
   try {
     const Exit result = run(context);
-    if (result == Exit::kNothingMatched && !out.has_results())
-      out.error("nothing in the tree matches");
+    if (result == Exit::kNothingMatched && !out.has_results()) none_matches(context);
     out.flush();
     return result;
   } catch (const Failure& failure) {

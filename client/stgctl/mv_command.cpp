@@ -151,7 +151,7 @@ class Planner {
 
   std::vector<FoundEntry> only_one(const NamedVersion& from) {
     std::vector<FoundEntry> versions = find_versions(m_context, from);
-    if (versions.empty()) not_found("there is no such version of {}", shown(from.name));
+    if (versions.empty()) no_version(from);
     if (versions.size() > 1)
       refuse("{} has {} versions; use --timestamp", shown(from.name), versions.size());
     return versions;

@@ -65,8 +65,10 @@ Exit run_parts(Context& context, Options& options) {
     misused("only corporate documents have sub-parts; use --area docs");
   admin::EntryFailures failures;
   bool any = false;
+  bool is_found = false;
   for (const FoundEntry& version : versions_of(context, options.entry, failures)) {
     if (version.folder.area != admin::Area::kDocs) continue;
+    is_found = true;
     std::vector<admin::Part> parts = admin::parts_of(version.path());
     if (!options.stamp.empty())
       std::erase_if(parts, [&](const admin::Part& part) { return part.stamp != options.stamp; });
@@ -77,7 +79,9 @@ Exit run_parts(Context& context, Options& options) {
                           format_time(version.info.modify_time));
     for (const admin::Part& part : parts) show_part(context, version, part, options.why);
   }
-  return exit_of(failures, any);
+  if (is_found && !any && failures.folders == 0)
+    not_found("{} has no such sub-parts", shown(options.entry.name));
+  return exit_of(context, failures, any, options.entry.name);
 }
 
 }  // namespace

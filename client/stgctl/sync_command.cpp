@@ -66,6 +66,7 @@ void adopt(Context& context, const std::string& path, const std::vector<FoundEnt
 Exit run_sync(Context& context) {
   context.tree();
   if (!context.options().owner.empty()) check_name("the owner", context.options().owner);
+  check_owner_exists(context);
   ChangeReport report(context, "stgctl.sync/1", "adopted");
   const Folders folders = unknown_files(context, report);
   std::size_t files = 0;

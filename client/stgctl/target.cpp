@@ -120,6 +120,40 @@ NamedVersion named_version_at(Context& context, const Subject& version) {
   return {target_at(context, area, version.owner), version.name, version.timestamp};
 }
 
+void check_owner_exists(Context& context) {
+  const admin::Scope scope = context.scope();
+  const admin::Tree& tree = context.tree();
+  if (!scope.owner || tree.layout == admin::Layout::kFlat) return;
+  const auto is_there = [&](admin::Area area) {
+    const std::string folder = sys::join(tree.folder_of(area), *scope.owner);
+    return scope.area.value_or(area) == area && sys::describe(folder).kind != sys::Kind::kMissing;
+  };
+  if (std::ranges::any_of(admin::kAreas, is_there)) return;
+  not_found("there is no owner '{}' in {}", shown(*scope.owner),
+            scope.area ? admin::name_of(*scope.area) : "any area");
+}
+
+void none_matches(Context& context, const std::string& wanted) {
+  check_owner_exists(context);
+  const auto& [area, owner] = context.scope();
+  std::string where = area ? std::string(admin::name_of(*area)) : "all areas";
+  if (owner) {
+    where += (area ? "/" : " of ") + shown(*owner);
+  } else if (context.tree().layout == admin::Layout::kFlat) {
+    where += " of a tree without owners";
+  } else {
+    where += area ? ", all owners" : " and owners";
+  }
+  not_found("no entry matches{} ({})", wanted.empty() ? "" : " '" + shown(wanted) + "'", where);
+}
+
+void no_version(const NamedVersion& named) {
+  const auto& [target, name, timestamp] = named;
+  not_found("{} has no {}{}; 'stgctl find --name {}' searches everywhere",
+            shown(subject_in(target.area, target.owner)), shown(name),
+            timestamp ? formatted("@{}", *timestamp) : "", shown(name));
+}
+
 Target target_of(Context& context, const admin::DocumentFolder& folder) {
   Target target;
   target.area = folder.area;

@@ -49,6 +49,14 @@ NamedVersion named_version(Context& context, const std::string& text, const std:
 /// What the text of a version says, without options. @throws as target_of().
 NamedVersion named_version_at(Context& context, const Subject& version);
 
+/// @throws Failure kNothingMatched if no area within --area has a folder of the owner --owner.
+void check_owner_exists(Context& context);
+/// Ends a command that found no entry. @param wanted a name or pattern; empty: any.
+/// @throws Failure kNothingMatched, which names the areas and owners that were searched.
+[[noreturn]] void none_matches(Context& context, const std::string& wanted = {});
+/// The same for a version of one owner.
+[[noreturn]] void no_version(const NamedVersion& named);
+
 /// @throws Failure kRefused if the name is not safe for the library. @param what "the owner".
 void check_name(std::string_view what, std::string_view name);
 /// @throws Failure kRefused if a link is on the way from the storage folder to the path.

@@ -31,7 +31,7 @@ Exit run_versions(Context& context, EntryOptions& options) {
                          format_time(version.info.modify_time), shown(version.file),
                          served ? "" : context.out().styled(Style::kYellow, "  (never read)"));
   }
-  return exit_of(failures, !all.empty());
+  return exit_of(context, failures, !all.empty(), options.name);
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ std::string document_file(const admin::DocumentFolder& folder, const std::string
   return document == admin::FolderView::kNone ? first : std::string(view.names()[document].text);
 }
 
-Exit show_logical(Context& context, const admin::Located& located) {
+Exit show_logical(Context& context, const admin::Located& located, const std::string& path) {
   const std::string file = document_file(located.folder, located.rest);
   admin::EntryQuery query;
   query.scope.area = located.folder.area;
@@ -43,7 +43,7 @@ Exit show_logical(Context& context, const admin::Located& located) {
         return true;
       },
       warn_of_failures(context));
-  return exit_of(failures, any);
+  return exit_of(context, failures, any, path);
 }
 
 Exit show_physical(Context& context, const EntryOptions& options) {
@@ -55,7 +55,7 @@ Exit show_physical(Context& context, const EntryOptions& options) {
     fields["direction"] = "physical";
     context.out().result("stgctl.which/1", fields, "{}\n", shown(version.path()));
   }
-  return exit_of(failures, !all.empty());
+  return exit_of(context, failures, !all.empty(), options.name);
 }
 
 struct Options : Arguments {
@@ -71,7 +71,7 @@ Exit run_which(Context& context, Options& which) {
   const auto located = admin::locate_in(context.tree(), options.name);
   if (!located || located->rest.empty())
     not_found("{} is not a file in a document folder of this tree", shown(options.name));
-  return show_logical(context, *located);
+  return show_logical(context, *located, options.name);
 }
 
 }  // namespace

@@ -211,13 +211,40 @@ TEST_F(ClientEasy, SaysInOneLineThatNothingMatches) {
 }
 
 TEST_F(ClientEasy, TakesNoMistypedOwnerForSound) {
-  for (const char* const command : {"check", "stats"}) {
-    EXPECT_EQ(on_tree({command, "--owner", "anna"}).code, 0);
-    const outcome result = on_tree({command, "--owner", "anan"});
+  for (const std::string command : {"check", "stats", "ls", "index lint", "sync", "user list"}) {
+    const auto with_owner = [&](const std::string& owner) {
+      std::vector<std::string> words = {command.substr(0, command.find(' '))};
+      if (words[0] != command) words.push_back(command.substr(words[0].size() + 1));
+      words.insert(words.end(), {"--owner", owner});
+      return on_tree(words);
+    };
+    EXPECT_EQ(with_owner("anna").code, command == "sync" ? 3 : 0) << command;
+    const outcome result = with_owner("anan");
     EXPECT_EQ(result.code, 3) << command << result.out;
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(lines_of(result.err).size(), 1U) << result.err;
+    EXPECT_EQ(result.err, "stgctl: there is no owner 'anan' in any area\n") << command;
+    EXPECT_EQ(with_owner("user/anna").err, "stgctl: there is no owner 'anna' in user\n") << command;
   }
+}
+
+TEST_F(ClientEasy, SaysWhereItFoundNothing) {
+  const auto told = [&](const std::vector<std::string>& command, const std::string& text) {
+    const outcome result = on_tree(command);
+    EXPECT_EQ(result.code, 3) << command[0];
+    EXPECT_EQ(result.err, "stgctl: " + text + "\n");
+  };
+  told({"ls", "--layout", "flat"}, "no entry matches (all areas of a tree without owners)");
+  told({"versions", "none"}, "no entry matches 'none' (all areas and owners)");
+  told({"which", "none", "--area", "docs"}, "no entry matches 'none' (docs, all owners)");
+  told({"parts", "none", "--owner", "anna"}, "no entry matches 'none' (all areas of anna)");
+  told({"parts", "sales.kdf"}, "sales.kdf has no such sub-parts");
+  told({"cat", "docs/anna/none"}, "no entry matches 'none' (docs/anna)");
+  told({"get", "none", "--owner", "anna"},
+       "docs/anna has no none; 'stgctl find --name none' searches everywhere");
+  told({"get", "docs/anna/sales.kdf@7"},
+       "docs/anna has no sales.kdf@7; 'stgctl find --name sales.kdf' searches everywhere");
+  told({"mv", "none", "new", "--owner", "anna", "--yes"},
+       "docs/anna has no none; 'stgctl find --name none' searches everywhere");
 }
 
 TEST_F(ClientEasy, HelpsWithACommand) {
