@@ -74,9 +74,7 @@ class SnapshotVisitor final : public Visitor {
     } else if (read.failure() != os::Failure::kNotFound) {
       m_taken.lock_missed = m_taken.lock_missed || read.failure() == os::Failure::kLocked;
       leave(saved_name_of(m_tree, folder.path));
-      m_failed(path, read.failure() == os::Failure::kLocked
-                         ? "another process has locked it (--lock-timeout sets how long to wait)"
-                         : sys::text_of(read));
+      m_failed(path, sys::reason_of(read));
     }
     return true;
   }

@@ -224,11 +224,8 @@ NameStore::NameStore(const std::string& path, For purpose, const sys::Locking& l
   const os::Status opened = m_file.open(path, purpose, locking);
   if (opened.failure() == os::Failure::kNotFound && !appends)
     throw StoreError(StoreError::Why::kMissing, "no names are saved in " + printable(path));
-  if (opened.failure() == os::Failure::kLocked) {
-    throw StoreError(
-        StoreError::Why::kLocked,
-        printable(path) + " is locked by another process (--lock-timeout sets how long to wait)");
-  }
+  if (opened.failure() == os::Failure::kLocked)
+    throw StoreError(StoreError::Why::kLocked, printable(path) + ": " + sys::reason_of(opened));
   const bool is_odd = opened.failure() == os::Failure::kOther && opened.code() == 0;
   check(opened, is_odd ? "is not a plain file; name another one with --names" : "cannot be opened");
   m_valid_end = m_end = m_file.size();

@@ -84,8 +84,8 @@ std::string text_of(const os::Status& status) {
 }
 
 std::string reason_of(const os::Status& status) {
-  return status.failure() == os::Failure::kLocked ? "another process has locked it"
-                                                  : text_of(status);
+  if (status.failure() != os::Failure::kLocked) return text_of(status);
+  return std::string("another process has locked it; ") + kLockAdvice;
 }
 
 }  // namespace admin::sys

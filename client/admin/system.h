@@ -71,7 +71,11 @@ os::Status probe_readable(const std::string& path);
 
 /// The system's text for a failure, without a line end.
 std::string text_of(const os::Status& status);
-/// The same, but of a lock: that another process has it.
+/// What to do about a lock that was not obtained. Windows does not report holders.
+inline constexpr const char* kLockAdvice =
+    kSeparator == '\\' ? "--lock-timeout sets how long to wait"
+                       : "'stgctl locks' names the holder, --lock-timeout sets how long to wait";
+/// The same, but of a lock: that another process has it, and kLockAdvice.
 std::string reason_of(const os::Status& status);
 
 }  // namespace admin::sys

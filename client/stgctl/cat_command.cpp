@@ -23,11 +23,8 @@ Exit run_cat(Context& context, EntryOptions& options) {
   const std::vector<FoundEntry> all = versions_of(context, options, failures);
   if (all.empty() && failures.lock_missed) return Exit::kLockTimeout;
   const std::string path = only_one(context, all, options).path();
-  const os::Status read = write_out(context, path, context.locking());
-  if (read.failure() == os::Failure::kLocked)
-    locked_out("{} is locked by another process; wait, or read it with --no-lock", shown(path));
-  if (!read.ok()) fail("{}: {}", shown(path), sys::text_of(read));
-  return Context::interrupted() ? Exit::kInterrupted : Exit::kDone;
+  check_read(path, write_out(context, path, context.locking()));
+  return Exit::kDone;
 }
 
 }  // namespace

@@ -331,21 +331,21 @@ void Context::confirm(std::string_view question) {
 Failure lock_missed(Context& context, const std::string& path) {
   const std::chrono::duration<double> limit =
       context.options().lock_timeout.value_or(std::chrono::milliseconds(0));
-  return {Exit::kLockTimeout, formatted("{} is locked by {}; waited {:.1f} s (--lock-timeout)",
-                                        shown(path), holder_of(context, path), limit.count())};
+  return {Exit::kLockTimeout, formatted("{} is locked by {}; waited {:.1f} s; {}", shown(path),
+                                        holder_of(context, path), limit.count(), sys::kLockAdvice)};
 }
 
 void check_locked(Context& context, const std::string& path, const os::Status& status) {
   Context::stop_if_interrupted();
-  if (status.failure() == os::Failure::kLocked)
-    locked_out("{} is locked by {} (--lock-timeout)", shown(path), holder_of(context, path));
+  if (status.failure() == os::Failure::kLocked) throw lock_missed(context, path);
 }
 
 void check_read(const std::string& path, const os::Status& status) {
   Context::stop_if_interrupted();
-  if (status.failure() == os::Failure::kLocked)
-    locked_out("{} is locked by another process (--lock-timeout)", shown(path));
-  if (!status.ok()) fail("{}: {}", shown(path), sys::text_of(status));
+  if (status.ok()) return;
+  const bool is_locked = status.failure() == os::Failure::kLocked;
+  throw Failure(is_locked ? Exit::kLockTimeout : Exit::kFailed, "{}: {}", shown(path),
+                sys::reason_of(status));
 }
 
 void wait_until_free(Context& context, const std::string& folder, const std::string& file) {

@@ -36,10 +36,8 @@ std::string destination_of(Context& context, const Options& options) {
 void copy_out(Context& context, const FoundEntry& entry, const std::string& destination) {
   // A first read without output: waits for the lock within the limit, and finds read errors.
   vu_file source(entry.folder.path, entry.file);
-  const os::Status read =
-      sys::read_pieces(entry.path(), context.locking(), [](std::string_view) { return false; });
-  if (read.failure() == os::Failure::kLocked)
-    locked_out("{} is locked by another process (--lock-timeout)", shown(entry.path()));
+  check_read(entry.path(), sys::read_pieces(entry.path(), context.locking(),
+                                            [](std::string_view) { return false; }));
   bool refused = false;
   if (!source.try_open(vu_file::o_read, refused, true) || refused)
     fail("{} cannot be opened and locked for reading", shown(entry.path()));

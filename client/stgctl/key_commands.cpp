@@ -115,8 +115,7 @@ std::vector<KeyEdit> rewrite(Context& context, const std::string& path,
                              const std::vector<Edit>& edits, Change change) {
   admin::LockedFile file;
   const os::Status opened = file.open(path, admin::LockedFile::For::kChanging, context.locking());
-  Context::stop_if_interrupted();
-  if (opened.failure() == os::Failure::kLocked) throw lock_missed(context, path);
+  check_locked(context, path, opened);
   check_read(path, opened);
   std::string text;
   check_read(path, file.read_all(text));
@@ -215,10 +214,7 @@ struct Place {
 
 Exit show(Context& context, const char* schema, const Place& place) {
   admin::KeyFile file;
-  const os::Status read = admin::read_key_file(place.path, context.locking(), file);
-  if (read.failure() == os::Failure::kLocked)
-    locked_out("{} is locked by another process; wait, or use --no-lock", shown(place.path));
-  if (!read.ok()) fail("{}: {}", shown(place.path), sys::text_of(read));
+  check_read(place.path, admin::read_key_file(place.path, context.locking(), file));
   if (!context.out().json()) {
     for (const auto& [name, value] : file.lines)
       context.out().print("{}={}\n", shown(name), shown(value));
@@ -247,7 +243,7 @@ Place find(Context& context, admin::Area area, const std::string& name) {
   if (found.would_succeed)
     return {std::string(admin::name_of(area)), found.folder.owner, name, found.path};
   if (found.lock_missed)
-    locked_out("the index of {} is locked by another process", shown(found.folder.path));
+    throw lock_missed(context, sys::join(found.folder.path, index_format::kIndexFile));
   not_found("there is no {} in {}: {}", shown(name), shown(found.folder.path),
             found.first_no()->text);
 }

@@ -23,7 +23,7 @@ std::string plan_name(std::uint64_t number) { return formatted("{}{:04}", kPlan,
 void check(const os::Status& status, const std::string& path) {
   if (status.ok()) return;
   if (status.failure() == os::Failure::kLocked)
-    locked_out("{} is used by another repair or undo (--lock-timeout)", shown(path));
+    locked_out("{} is used by another repair or undo; {}", shown(path), sys::kLockAdvice);
   fail("{}: {}", shown(path), sys::text_of(status));
 }
 

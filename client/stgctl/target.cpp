@@ -197,8 +197,8 @@ void walk_whole(const std::function<admin::EntryFailures(const admin::FailureSin
     if (problem.empty()) problem = formatted("{}: {}", shown(path), why);
   });
   Context::stop_if_interrupted();
-  if (failures.lock_missed) locked_out("{} (--lock-timeout)", problem);
-  if (failures.folders > 0) fail("{}", problem);
+  if (failures.folders > 0)
+    throw Failure(failures.lock_missed ? Exit::kLockTimeout : Exit::kFailed, problem);
 }
 
 std::map<std::string, std::vector<std::string>> owners_in(Context& context,

@@ -379,6 +379,23 @@ TEST_F(ClientLook, GivesUpALockedIndexInTime) {
     arguments.insert(arguments.end(), {"--lock-timeout", "0.1", "--owner", "anna"});
     EXPECT_EQ(on_tree(arguments).code, 11) << command[0];
   }
+  for (const Lines& command :
+       {Lines{"ls"}, Lines{"versions", "profile.txt"}, Lines{"keys", "show", "profile.txt"},
+        Lines{"get", "profile.txt", "-n"}, Lines{"clean", "--older-than", "1d", "-n"},
+        Lines{"keys", "set", "profile.txt", "a=b", "--yes"}, Lines{"index", "snapshot"}}) {
+    Lines arguments = command;
+    arguments.insert(arguments.end(), {"--lock-timeout", "0.1"});
+    if (command[0] != "index") arguments.insert(arguments.end(), {"--owner", "user/anna"});
+    const outcome result = on_tree(arguments);
+    EXPECT_EQ(result.code, 11) << command[0];
+#if defined(_WIN32)
+    const char* const advice = "; --lock-timeout sets how long to wait\n";
+#else
+    const char* const advice =
+        "; 'stgctl locks' names the holder, --lock-timeout sets how long to wait\n";
+#endif
+    EXPECT_NE(result.err.find(advice), std::string::npos) << command[0] << result.err;
+  }
   EXPECT_EQ(on_tree({"check", "--lock-timeout", "0.1"}).code, 4);
 #if !defined(_WIN32)
   EXPECT_EQ(on_tree({"ls", "--no-lock"}).code, 0);
