@@ -43,13 +43,14 @@ void copy_out(Context& context, const FoundEntry& entry, const std::string& dest
     fail("{} cannot be opened and locked for reading", shown(entry.path()));
   // Copies to another name in the same folder: an existing file stays until the copy is complete.
   const std::string part = destination + ".stgctl-part";
+  const os::Status copied = os::copy(entry.path(), part, os::IfExists::kReplace);
   std::error_code error;
-  const bool copied = vu_file::copyFile(entry.path(), part, true);
-  if (copied) fs::rename(to_path(part), to_path(destination), error);
-  if (copied && !error) return;
+  if (copied.ok()) fs::rename(to_path(part), to_path(destination), error);
+  if (copied.ok() && !error) return;
   std::error_code ignored;
   fs::remove(to_path(part), ignored);
-  fail("{} cannot be written; check the free space and the permissions", shown(destination));
+  fail("{} cannot be written ({}); check the free space and the permissions", shown(destination),
+       error ? error.message() : sys::text_of(copied));
 }
 
 Exit run_get(Context& context, Options& options) {

@@ -217,6 +217,18 @@ TEST_F(ClientGet, FindsNothingWithThree) {
   EXPECT_EQ(tree(), before);
 }
 
+TEST_F(ClientGet, NamesTheReasonOfTheSystem) {
+  put("a.kdc", "text");
+  const outcome result = change({"get", "a.kdc", "-o", shell_path(scratch().path("none\\x"))});
+  EXPECT_EQ(result.code, 1);
+#if !defined(_WIN32)
+  EXPECT_NE(result.err.find("/none/x cannot be written (No such file or directory)"),
+            std::string::npos)
+      << result.err;
+#endif
+  EXPECT_FALSE(folder_exists(scratch().path("none")));
+}
+
 TEST_F(ClientGet, RefusesAPlaceInsideTheTree) {
   put("a.kdc", "text");
   const std::string before = tree();
