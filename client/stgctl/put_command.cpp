@@ -171,7 +171,11 @@ class Planner {
     }
     if (is_in_tree(m_context, source)) return leave_out(source, "it is in the tree itself");
     const auto [first, is_new] = m_seen.try_emplace(name, source);
-    if (!is_new) return leave_out(source, "it has the same name as " + shown(first->second));
+    const bool has_path = source != m_base && !m_options.keep_paths;
+    if (!is_new)
+      return leave_out(source,
+                       formatted("it has the same name as {}; {}", shown(first->second),
+                                 has_path ? "use --keep-paths" : "store it alone with --as NAME"));
     m_plan.sources.push_back(
         {source, name, info.size, stamp_of(m_options.timestamp, info.modify_time)});
   }

@@ -84,6 +84,23 @@ TEST_F(ClientPut, LeavesKeyLinesOfWhatItReplaces) {
   EXPECT_EQ(get("k.ctg", {"--area", "user"}), "ab.txt=1\nb.txt=2\n");
 }
 
+TEST_F(ClientPut, SaysHowToStoreTwoFilesOfOneName) {
+  make_folder(scratch().path("in\\d"));
+  make_folder(scratch().path("in\\d\\e"));
+  source("d\\a.kdc", "one");
+  const std::string other = source("d\\e\\a.kdc", "other");
+  const std::string folder = shell_path(scratch().path("in\\d"));
+  const outcome walked = change({"put", folder, "-n"});
+  EXPECT_EQ(walked.code, 5);
+  EXPECT_NE(walked.err.find("a.kdc; use --keep-paths\n"), std::string::npos) << walked.err;
+  EXPECT_EQ(change({"put", folder, "-n", "--keep-paths"}).code, 0);
+  // --keep-paths does not change the name of a file that is named itself.
+  const outcome named = change({"put", folder, other, "-n", "--keep-paths"});
+  EXPECT_EQ(named.code, 5);
+  EXPECT_NE(named.err.find("a.kdc; store it alone with --as NAME\n"), std::string::npos)
+      << named.err;
+}
+
 TEST_F(ClientPut, KeepsVersionsApart) {
   put("v.kdf", "first", 1);
   put("v.kdf", "second", 2);
