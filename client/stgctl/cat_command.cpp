@@ -9,7 +9,7 @@ FoundEntry only_one(Context& context, const std::vector<FoundEntry>& all,
                     const EntryOptions& options) {
   if (all.empty()) none_matches(context, options.name);
   if (all.size() > 1)
-    misused(
+    refuse(
         "{} versions match; name one by --area, --owner and --timestamp "
         "('stgctl versions' lists them)",
         all.size());

@@ -244,8 +244,9 @@ Place find(Context& context, admin::Area area, const std::string& name) {
     return {std::string(admin::name_of(area)), found.folder.owner, name, found.path};
   if (found.lock_missed)
     throw lock_missed(context, sys::join(found.folder.path, index_format::kIndexFile));
-  not_found("there is no {} in {}: {}", shown(name), shown(found.folder.path),
-            found.first_no()->text);
+  const bool lacks_owner = request.owner.empty() && context.tree().layout == admin::Layout::kOwner;
+  not_found("there is no {} in {}: {}{}", shown(name), shown(found.folder.path),
+            found.first_no()->text, lacks_owner ? "; use --owner NAME" : "");
 }
 
 Exit run_keys(Context& context, ShowKeysOptions& options) {
