@@ -45,6 +45,9 @@ Json json_of(std::uint64_t target, const LimitFor& limit) {
   return fields;
 }
 
+/// Which time an age is counted from.
+const char* age_by(bool by_access) { return by_access ? "age: last access" : "age: last change"; }
+
 void show_json(Context& context, const admin::Forecast& forecast, bool by_access, std::int64_t now,
                std::optional<std::uint64_t> target) {
   for (const Curve& curve : forecast.owners()) {
@@ -79,8 +82,8 @@ void show_curve(Context& context, const std::string& title, const Curve& curve) 
 void show_text(Context& context, const admin::Forecast& forecast, bool by_access,
                std::optional<std::uint64_t> target) {
   Output& out = context.out();
-  out.print("What would be removed, {}; 'lost' counts documents that would lose every version.\n",
-            by_access ? "by the time of the last access" : "by the time of the last change");
+  out.print("What would be removed ({}); 'lost' counts documents that would lose every version.\n",
+            age_by(by_access));
   show_curve(context, "all", forecast.all());
   if (forecast.owners().size() > 1) {
     for (const Curve& curve : forecast.owners())
@@ -264,23 +267,22 @@ Exit run_clean(Context& context, const Options& options) {
   const Plan plan = plan_of(context, options);
   Json sums = {
       {"by", options.by}, {"now", plan.now}, {"kept", plan.kept}, {"kept_bytes", plan.kept_bytes}};
-  const char* const which =
-      options.by_access() ? "by the time of the last access" : "by the time of the last change";
+  const char* const age = age_by(options.by_access());
   ChangeReport report(context, "stgctl.clean/1", "removed");
   if (plan.going.empty()) {
-    context.out().note(formatted("stgctl: {}, nothing to remove; {} kept", which, plan.kept));
+    context.out().note(formatted("stgctl: nothing to remove; {} kept ({})", plan.kept, age));
     return report.finish(sums, format_bytes(0));
   }
-  context.begin_changes(formatted("{}: remove {} versions, {}, and keep {}, {}?", which,
+  context.begin_changes(formatted("Remove {} versions, {}, and keep {}, {} ({})?",
                                   plan.going.size(), format_bytes(plan.going_bytes), plan.kept,
-                                  format_bytes(plan.kept_bytes)));
+                                  format_bytes(plan.kept_bytes), age));
   const auto clean = [&](std::span<const Candidate> rest) {
     return clean_batch(context, options, plan.now, rest, report);
   };
   report.in_batches("cleaning", std::span(plan.going), &Candidate::name, clean);
   sums["bytes"] = report.bytes();
   return report.finish(
-      sums, formatted("{} freed {}, {} kept", format_bytes(report.bytes()), which, plan.kept));
+      sums, formatted("{} freed, {} kept ({})", format_bytes(report.bytes()), plan.kept, age));
 }
 
 }  // namespace

@@ -172,7 +172,7 @@ Exit run_doctor(Context& context, const Options& options) {
     line("file system",
          formatted("{}, {} of {} free", found.system.type, format_bytes(found.system.free_bytes),
                    format_bytes(found.system.total_bytes)));
-    line("longest path", std::to_string(sys::kPathLimit));
+    line("longest path", formatted("{} bytes", sys::kPathLimit));
     line("locks",
          formatted("{}: {} (tested in {}, {})", admin::name_of(found.trial.proof),
                    shown(found.trial.detail), shown(found.trial.folder), found.trial_file_system));
