@@ -127,8 +127,9 @@ struct NoLock {
 /// is not listed.
 enum class Group { kLook, kExplain, kCheck, kChange, kOther, kHidden };
 
-/// Whether a command changes the tree, or writes a file. If so, it gets --dry-run and --yes.
-enum class Effect { kLooks, kChanges };
+/// Whether a command changes the tree, or writes a file. If so, it gets --dry-run; with kChanges it
+/// can ask, and gets --yes.
+enum class Effect { kLooks, kSaves, kChanges };
 
 /// Runs a command whose options have been read. An exception other than Failure means kFailed.
 using Run = std::function<Exit(Context&)>;

@@ -355,11 +355,12 @@ CommandLine::Parts::Parts() {
   app.require_subcommand(1);
   app.set_version_flag("-V,--version", std::string("stgctl ") + VU_STGCTL_VERSION);
   app.get_formatter()->column_width(34);
+  declare_global_options(app, options);
+  for (const Command& command : all_commands()) add(command);
+  // A command that is added later would inherit the footer.
   app.footer(
       "Every command that changes the tree takes --dry-run and asks first. Without a\n"
       "terminal it needs --yes. 'stgctl help COMMAND' says more.");
-  declare_global_options(app, options);
-  for (const Command& command : all_commands()) add(command);
 }
 
 void CommandLine::Parts::add(const Command& command) {
@@ -372,10 +373,10 @@ void CommandLine::Parts::add(const Command& command) {
   CLI::App& leaf = *parent->add_subcommand(name, command.summary);
   if (parent == &app) leaf.group(heading(command.group));
   if (!command.details.empty()) leaf.footer(command.details);
-  if (command.effect == Effect::kChanges) {
+  if (command.effect != Effect::kLooks)
     leaf.add_flag("-n,--dry-run", options.dry_run, "Only show what would be done");
+  if (command.effect == Effect::kChanges)
     leaf.add_flag("-y,--yes", options.yes, "Do not ask for confirmation");
-  }
   leaves.push_back({&leaf, command.action.declare(Arguments(leaf, options)), command.effect});
 }
 
@@ -385,6 +386,8 @@ CLI::App& CommandLine::Parts::family(const std::string& name, Group group) {
   if (is_new) {
     at->second = app.add_subcommand(name, family_summary(name));
     at->second->group(heading(group))->require_subcommand(1);
+  } else if (at->second->get_group() != heading(group)) {
+    at->second->group("Inspect and change");
   }
   return *at->second;
 }
@@ -419,7 +422,7 @@ const CommandLine::Parts::Leaf& CommandLine::Parts::named() const {
 
 const Run& CommandLine::run() const { return m_parts->named().run; }
 
-bool CommandLine::changes() const { return m_parts->named().effect == Effect::kChanges; }
+bool CommandLine::changes() const { return m_parts->named().effect != Effect::kLooks; }
 
 std::vector<CommandUsage> CommandLine::usage() const {
   std::vector<CommandUsage> all;

@@ -99,7 +99,7 @@ Exit run_snapshot(Context& context, const Options& options) {
 }  // namespace
 
 Commands index_snapshot_command() {
-  return {{"index snapshot", Group::kChange, Effect::kChanges,
+  return {{"index snapshot", Group::kChange, Effect::kSaves,
            "Save the names of all documents in a file outside the tree", run_snapshot,
            "Reads each index once, under a shared lock, and stores what differs from the last\n"
            "snapshot. The command only appends to the file; it does not change the tree and does\n"

@@ -334,7 +334,7 @@ Commands repair_commands() {
            "Brings back what 'repair' removed, last step first, until the plan expires.\n"
            "Lines return beside newer ones. What cannot return stays in the quarantine. Run the\n"
            "command again to continue an interrupted undo."},
-          {"quarantine list", Group::kChange, Effect::kLooks, "List the plans in the quarantine",
+          {"quarantine list", Group::kLook, Effect::kLooks, "List the plans in the quarantine",
            run_list},
           {"quarantine expire", Group::kChange, Effect::kChanges,
            "Delete what undone and expired plans moved away", run_expire,

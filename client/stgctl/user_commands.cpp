@@ -14,9 +14,6 @@ namespace {
 /// documents are shared and stay.
 constexpr std::array<admin::Area, 3> kPersonalAreas = {admin::Area::kMail, admin::Area::kList,
                                                        admin::Area::kUser};
-constexpr const char* kAreasGoTogether =
-    "This concerns the areas mail, list and user. Corporate documents (docs) belong to no\n"
-    "single owner and stay.";
 
 // ---- the folders of owners ---------------------------------------------------------------------
 
@@ -167,12 +164,14 @@ Exit run_remove(Context& context, const RemoveOptions& options) {
 }  // namespace
 
 Commands user_commands() {
-  return {{"user list", Group::kChange, Effect::kLooks, "List the owners of a tree and their areas",
+  return {{"user list", Group::kLook, Effect::kLooks, "List the owners of a tree and their areas",
            run_list},
           {"user rename", Group::kChange, Effect::kChanges, "Rename an owner's folders", run_rename,
-           kAreasGoTogether},
+           "This concerns the areas mail, list and user. Corporate documents (docs) keep the old\n"
+           "owner."},
           {"user remove", Group::kChange, Effect::kChanges,
-           "Remove owners' folders with all their content", run_remove, kAreasGoTogether}};
+           "Remove owners' folders with all their content", run_remove,
+           "This concerns the areas mail, list and user. Corporate documents (docs) stay."}};
 }
 
 }  // namespace stgctl

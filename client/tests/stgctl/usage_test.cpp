@@ -269,6 +269,24 @@ TEST_F(ClientEasy, HasNoHelpForAnUnknownCommand) {
   }
 }
 
+TEST_F(ClientEasy, ListsFamiliesThatLookAndChangeUnderTheirOwnHeading) {
+  const std::string help = run({"--help"}).out;
+  const std::size_t begin = help.find("\nInspect and change:\n");
+  ASSERT_NE(begin, std::string::npos) << help;
+  const std::string heading = help.substr(begin, help.find("\n\n", begin) - begin);
+  for (const char* const family : {"keys", "profile", "index", "user", "quarantine"})
+    EXPECT_NE(heading.find("\n  " + std::string(family) + " "), std::string::npos) << heading;
+  EXPECT_EQ(lines_of(heading).size(), 7U) << heading;
+}
+
+TEST_F(ClientEasy, OffersOnlyWhatACommandDoes) {
+  EXPECT_EQ(run({"user", "list", "--help"}).out.find("--dry-run"), std::string::npos);
+  EXPECT_EQ(run({"quarantine", "list", "--help"}).out.find("--dry-run"), std::string::npos);
+  const std::string snapshot = run({"index", "snapshot", "--help"}).out;
+  EXPECT_NE(snapshot.find("--dry-run"), std::string::npos);
+  EXPECT_EQ(snapshot.find("--yes"), std::string::npos) << snapshot;
+}
+
 TEST_F(ClientEasy, ExplainsANameBetweenAnyOptions) {
   const std::string tree = shell_path(root());
   const outcome whole =
