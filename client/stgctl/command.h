@@ -23,12 +23,12 @@ struct Type {
 
   constexpr Type(const char* word, Check is_good = nullptr) noexcept : name(word), check(is_good) {}
 
-  const char* name;  ///< in the help: "STAMP"
+  const char* name;  ///< in the help: "SIZE"
   Check check;
 };
 inline constexpr Type kAge{"AGE", is_age};
 inline constexpr Type kSize{"SIZE", is_size};
-inline constexpr Type kStamp{"STAMP", is_stamp};
+inline constexpr Type kStamp{"TIMESTAMP", is_stamp};
 
 /// What else holds for an option.
 struct Rule {

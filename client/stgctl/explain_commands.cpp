@@ -25,7 +25,7 @@ struct ReadOptions : Arguments {
 
 struct StampOption : TextOption {
   explicit StampOption(Arguments app)
-      : TextOption(app, "--stamp", "TEXT",
+      : TextOption(app, "--stamp", "STAMP",
                    "The stamp: the text after \"_\" in the name of the folder of sub-parts") {}
 };
 

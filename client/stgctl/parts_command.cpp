@@ -6,7 +6,7 @@ namespace {
 
 struct Options : Arguments {
   EntryOptions entry{*this};
-  TextOption stamp{*this, "--stamp", "TEXT", "Only sub-parts in the folder of this stamp"};
+  TextOption stamp{*this, "--stamp", "STAMP", "Only sub-parts in the folder of this stamp"};
   Flag why{*this, "--why", "Show why the library would decide so"};
 };
 

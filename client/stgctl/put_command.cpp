@@ -15,7 +15,7 @@ struct Options : Arguments {
   TextOption as{*this, "--as", "NAME", "The logical name, instead of the file's own"};
   TextOption timestamp{*this,
                        "--timestamp",
-                       {"STAMP", is_stamp_or_mtime},
+                       {"TIMESTAMP", is_stamp_or_mtime},
                        "The version: a number, or 'mtime' for the file's time (0)"};
   Flag replace{*this, "--replace", "Replace versions that exist"};
   Flag keep_paths{*this, "--keep-paths",

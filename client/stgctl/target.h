@@ -13,8 +13,8 @@
 /// refused here.
 namespace stgctl {
 
-/// Splits a version in its printed form: "AREA/OWNER/NAME@STAMP", without the owner in a flat tree.
-/// The stamp can be omitted. @return nothing for any other text, which is then a plain name.
+/// Splits a version in its printed form: "AREA/OWNER/NAME@TIMESTAMP", without the owner in a flat
+/// tree. The timestamp can be omitted. @return nothing for any other text, which is a plain name.
 /// @throws Failure kUsage for a number after "@" that is not a timestamp. Such a text must not
 /// count as a name: it would lead to another version.
 std::optional<Subject> parse_version_name(const std::string& text, admin::Layout layout);
