@@ -19,15 +19,16 @@ enum class Change { kSet, kUnset };
 struct KeysSetOptions : Arguments {
   static constexpr Change kChange = Change::kSet;
   static constexpr const char* kSchema = "stgctl.keys.set/1";
-  TextOption file{*this, "file", "NAME", "The key file's logical name", kRequired};
-  ListOption lines{*this, "line", "KEY=VALUE", "Keys with their values", kRequired};
+  TextOption file{*this, "file", "ENTRY", "The key file's logical name", kRequired};
+  ListOption lines{*this, "line", "NAME=VALUE", "Names of lines, with their values", kRequired};
 };
 
 struct KeysUnsetOptions : Arguments {
   static constexpr Change kChange = Change::kUnset;
   static constexpr const char* kSchema = "stgctl.keys.unset/1";
-  TextOption file{*this, "file", "NAME", "The key file's logical name", kRequired};
-  ListOption lines{*this, "line", "KEY", "Keys; all their lines are removed", kRequired};
+  TextOption file{*this, "file", "ENTRY", "The key file's logical name", kRequired};
+  ListOption lines{*this, "line", "LINE", "Names of lines; all lines of these names are removed",
+                   kRequired};
 };
 
 struct ProfileSetOptions : Arguments {
@@ -35,7 +36,7 @@ struct ProfileSetOptions : Arguments {
   static constexpr const char* kSchema = "stgctl.profile.set/1";
   TextOption file{*this, "--file", "NAME", "The profile's name (profile.txt)",
                   initially("profile.txt")};
-  ListOption lines{*this, "line", "KEY=VALUE", "Keys with their values", kRequired};
+  ListOption lines{*this, "line", "NAME=VALUE", "Names of lines, with their values", kRequired};
 };
 
 /// One change of a key. The value is empty for kUnset.
@@ -48,11 +49,11 @@ Edit parse_edit(const std::string& text, Change change) {
   const std::size_t separator = text.find('=');
   const bool has_value = separator != std::string::npos;
   if (change == Change::kSet && !has_value)
-    misused("'{}' is not of the form KEY=VALUE", shown(text));
+    misused("'{}' is not of the form NAME=VALUE", shown(text));
   if (change == Change::kUnset && has_value)
-    misused("'{}' is not a key: it contains '='", shown(text));
+    misused("'{}' is not the name of a line: it contains '='", shown(text));
   Edit edit = {text.substr(0, separator), has_value ? text.substr(separator + 1) : ""};
-  if (edit.key.empty()) misused("an empty key cannot be changed");
+  if (edit.key.empty()) misused("a line without a name cannot be changed");
   // Each of these ends a line in a key file, and there is no way to escape them.
   if (text.find_first_of("\r\n\t") != std::string::npos)
     refuse("'{}' is not allowed: it contains a tab or a line end", shown(text));
@@ -77,7 +78,7 @@ void tell(const std::vector<Edit>& edits, const std::vector<KeyEdit>& results, C
     const std::string line = is_set ? formatted("{}={}", shown(key), shown(value)) : shown(key);
     if (results[i] == KeyEdit::kUnchanged) {
       report.skipped(file, is_set ? line + " is already in the file"
-                                  : "there is no line with the key " + line);
+                                  : "there is no line with the name " + line);
       continue;
     }
     Json fields;
@@ -194,7 +195,7 @@ Exit run_edit(Context& context, Options& options) {
 // ---- showing -----------------------------------------------------------------------------------
 
 struct ShowKeysOptions : Arguments {
-  TextOption name{*this, "name", "NAME", "The key file's logical name", kRequired};
+  TextOption name{*this, "name", "ENTRY", "The key file's logical name", kRequired};
   NoLock no_lock{*this};
 };
 
@@ -280,11 +281,11 @@ Commands key_commands() {
   return {{"keys set", Group::kChange, Effect::kChanges,
            "Set lines of a key file; create the file if it is missing", run_edit<KeysSetOptions>,
            "The area is user unless --area names another one. Other lines of the file do not\n"
-           "change. If a key has several lines, the first gets the value and the others are\n"
+           "change. If several lines have the name, the first gets the value and the others are\n"
            "removed."},
           {"keys unset", Group::kChange, Effect::kChanges, "Remove lines of a key file",
            run_edit<KeysUnsetOptions>,
-           "The area is user unless --area names another one. All lines of a key are\n"
+           "The area is user unless --area names another one. All lines of a name are\n"
            "removed. Other lines of the file do not change."},
           {"profile set", Group::kChange, Effect::kChanges, "Set lines of an owner's profile",
            run_edit<ProfileSetOptions>,
