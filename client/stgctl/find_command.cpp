@@ -18,7 +18,9 @@ struct Options : Arguments {
   TextOption name{*this, "--name", "NAME", "Only this logical name"};
   TextOption extension{*this, "--ext", "EXT", "The extension of the logical name"};
   TextOption timestamp{*this, "--timestamp", kStamp, "Only this timestamp"};
-  TextOption state{*this, "--state", "WORD", "Only entries in this state", one_of(kStates)};
+  TextOption state{*this, "--state", "WORD",
+                   "Only indexed (valid), unindexed (orphan) or missing (dangling) entries",
+                   one_of(kStates)};
   TextOption least_size{*this, "--min-size", kBytes, "At least this many bytes"};
   TextOption most_size{*this, "--max-size", kBytes, "At most this many bytes"};
   TextOption older{*this, "--older-than", kAge, "Last changed longer ago than this"};
