@@ -3,7 +3,8 @@
 #
 # Each section of lab/mutants/*.patches is a mutant, a known defect, and names the test that must detect it. First
 # every named test must pass on a copy of the sources in build/mutants. Then each mutant is applied to the copy alone
-# and built, and its test must fail. "list" prints the mutants; "fit" only checks that each applies to the sources.
+# and built, and its test must fail. "list" prints the mutants; "fit" only checks that each applies to the sources and
+# names an existing test program.
 . "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 cd "$ROOT"
 
@@ -18,6 +19,8 @@ all_mutants() { sed -n 's/^Mutant: //p' lab/mutants/*.patches; }
 section() { awk -v name="$1" '/^Mutant: / { wanted = $2 == name } wanted' lab/mutants/*.patches; }
 # header <What|Test> <mutant>
 header() { section "$2" | sed -n "s/^$1: //p"; }
+program_of() { header Test "$1" | cut -d' ' -f1; }
+filter_of() { header Test "$1" | cut -d' ' -f2; }
 
 twice=$(all_mutants | sort | uniq -d)
 [ -z "$twice" ] || die "lab/mutants has two mutants with the name '$twice': rename one"
@@ -29,13 +32,19 @@ case ${1-} in
     ;;
   fit)
     misfits=0
+    programs=$(git grep -h -oE '^ *vu_test_program\([a-z_]+' -- '*CMakeLists.txt' | sed 's/.*(//')
     while read -r mutant; do
       section "$mutant" | git apply --check || {
         misfits=$((misfits + 1))
         echo "the mutant $mutant no longer fits the sources" >&2
       }
+      program=$(program_of "$mutant")
+      grep -qxF -e "$program" <<<"$programs" || {
+        misfits=$((misfits + 1))
+        echo "the mutant $mutant names the test program '$program', which no CMakeLists.txt declares" >&2
+      }
     done < <(all_mutants)
-    [ $misfits -eq 0 ] || die "$misfits mutants do not fit the sources: update their diffs in lab/mutants"
+    [ $misfits -eq 0 ] || die "faults in lab/mutants: $misfits (see above); update those sections"
     say "all $(all_mutants | wc -l) mutants fit the sources"
     exit
     ;;
@@ -46,9 +55,6 @@ mutants=("$@")
 for mutant in "${mutants[@]}"; do
   [ -n "$(section "$mutant")" ] || die "unknown mutant '$mutant': './dev mutants list' prints the mutants"
 done
-
-program_of() { header Test "$1" | cut -d' ' -f1; }
-filter_of() { header Test "$1" | cut -d' ' -f2; }
 
 # An unchanged file keeps its modification time, so it is not compiled again.
 copy_sources() {
@@ -74,7 +80,9 @@ result_of() {
 say "copying and building the sources as they are"
 rm -rf "$work/mutant"
 copy_sources
-(cd "$copy" && quietly "$work/configure.log" "configuring" cmake --preset linux -D VU_BUILD_EXAMPLES=OFF -D VU_BUILD_CLIENT=OFF)
+# With the client, because mutants of what it uses name its test program admin_tests.
+(cd "$copy" && quietly "$work/configure.log" "configuring" cmake --preset linux \
+  -D VU_BUILD_EXAMPLES=OFF -D VU_BUILD_CLIENT=ON)
 mapfile -t programs < <(for mutant in "${mutants[@]}"; do program_of "$mutant"; done | sort -u)
 build "the tests" "${programs[@]}"
 for mutant in "${mutants[@]}"; do
