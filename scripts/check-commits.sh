@@ -45,7 +45,8 @@ if [ "${1-}" = --template ]; then
   exit 0
 fi
 if [ "${1-}" = --message ]; then
-  found=$(complaints "$(sed '/^#/d; /^-* >8 -*$/,$d' "$2")")
+  # "git commit -v" adds the diff below a scissors line. That line is a comment, so it is searched first.
+  found=$(complaints "$(sed -E '/^[^ ]* ?-{8,} >8 -{8,}$/,$d' "$2" | git stripspace --strip-comments)")
   [ -z "$found" ] || {
     sed 's/^/commit message: /' <<<"$found" >&2
     exit 1
@@ -61,15 +62,20 @@ if [ -z "$range" ]; then
     range=$(git -C "$ROOT" rev-parse -q --verify HEAD~1 >/dev/null && echo HEAD~1..HEAD || echo HEAD)
   fi
 fi
+# A variable keeps git's exit code; a process substitution loses it.
+commits=$(git -C "$ROOT" rev-list --no-merges "$range" --) ||
+  die "git cannot list the commits of '$range': use a range such as main..topic"
 bad=0
 count=0
 while read -r commit; do
+  [ -n "$commit" ] || continue
   count=$((count + 1))
   found=$(complaints "$(git -C "$ROOT" show -s --format=%B "$commit")")
   [ -n "$found" ] || continue
   bad=$((bad + 1))
   git -C "$ROOT" show -s --format='%h %s' "$commit" >&2
   sed 's/^/  /' <<<"$found" >&2
-done < <(git -C "$ROOT" rev-list --no-merges "$range")
+done <<<"$commits"
+[ -n "$commits" ] || [ $# -eq 0 ] || die "the range '$range' has no commit to check: use a range such as main..topic"
 [ "$bad" -eq 0 ] || die "$bad of $count commit messages break the rules above: change them with 'git rebase -i'"
 say "$count commit messages follow the rules"
