@@ -3,6 +3,8 @@
 
 set -euo pipefail
 
+# With CDPATH, cd may print the folder or enter another one.
+unset CDPATH
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 BUILD=$ROOT/build
 DEPS=$BUILD/deps
