@@ -91,9 +91,20 @@ count_in() { tail -c 2000 "$1" 2>/dev/null | grep -oE '[0-9]+/[0-9]+(\]| Test)' 
 
 show_progress() {
   local log=$1 what=$2 began=$SECONDS
-  while sleep 1; do
+  # $$ is the script also here, in the background: without the script nothing ends this loop.
+  while sleep 1 && kill -0 $$ 2>/dev/null; do
     printf '\r\033[K== %s: %s %d s' "$what" "$(count_in "$log")" "$((SECONDS - began))"
   done
+}
+
+# The process that shows the progress. Ctrl-C does not end it: bash lets background processes ignore that signal.
+shower=""
+stop_shower() {
+  [ -n "$shower" ] || return 0
+  kill "$shower" 2>/dev/null || true
+  wait "$shower" 2>/dev/null || true
+  shower=""
+  printf '\r\033[K'
 }
 
 # Runs a command with its output in a log. After a failure stage() prints the cause and ends the script;
@@ -107,7 +118,7 @@ stage() {
 }
 
 try_stage() {
-  local log=$1 what=$2 began=$SECONDS shower="" status=0 count
+  local log=$1 what=$2 began=$SECONDS status=0 count
   shift 2
   mkdir -p "$(dirname "$log")"
   : >"$log"
@@ -116,11 +127,7 @@ try_stage() {
     shower=$!
   fi
   "$@" >"$log" 2>&1 || status=$?
-  if [ -n "$shower" ]; then
-    kill "$shower" 2>/dev/null || true
-    wait "$shower" 2>/dev/null || true
-    printf '\r\033[K'
-  fi
+  stop_shower
   count=$(count_in "$log")
   [ "$status" -ne 0 ] || say "$what: ${count:+$count, }$((SECONDS - began)) s"
   return "$status"
