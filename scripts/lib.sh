@@ -178,6 +178,73 @@ failed_tests() {
     }' "$1"
 }
 
+# ---- tests that did not run -----------------------------------------------------------------------
+
+# Prints "NAME<tab>REASON" for each test that a CTest run lists as "did not run". The reason is in the output of the
+# test, which CTest writes to another log.
+# tests_not_run <log> <CTest's LastTest.log>
+tests_not_run() {
+  awk '
+    { sub(/\r$/, "") }
+    part == "list" && /^The following tests did not run:/ { listed = 1; next }
+    part == "list" && /^\t/ && listed {
+      name = word = $0
+      sub(/^\t *[0-9]+ - /, "", name)
+      sub(/ \([^()]*\)$/, "", name)
+      sub(/.* \(/, "", word)
+      sub(/\)$/, "", word)
+      print name "\t" (name in reason ? reason[name] : word)
+      next
+    }
+    part == "list" { listed = 0; next }
+
+    /^[0-9]+\/[0-9]+ Test: / { name = $0; sub(/^[^:]*: /, "", name); follows = 0; next }
+    name in reason { next }
+    # GoogleTest prints the place and then the reason; a reliability suite prints one line.
+    follows && /[^ ]/ { sub(/^ +/, ""); reason[name] = $0 }
+    { follows = /: Skipped$/ }
+    /^[a-z0-9-]+: not run \(.*\)$/ { sub(/^[^(]*\(/, ""); sub(/\)$/, ""); reason[name] = $0 }' \
+    part=outputs "$2" part=list "$1"
+}
+
+# Prints "NAME<tab>REASON" for each skipped case of GoogleTest's reports on its standard input.
+skipped_cases() {
+  awk '
+    { sub(/\r$/, "") }
+    /<testcase .* result="skipped"/ {
+      name = class = $0
+      sub(/.*<testcase name="/, "", name)
+      sub(/".*/, "", name)
+      sub(/.* classname="/, "", class)
+      sub(/".*/, "", class)
+      wanted = 1
+      next
+    }
+    # The message begins with the place.
+    wanted && /<skipped message="/ {
+      reason = $0
+      sub(/.*<skipped message="/, "", reason)
+      sub(/".*/, "", reason)
+      if (!sub(/^[^&]*&#x0A;/, "", reason) || reason ~ /^(&#x0A;)*$/) reason = "without a reason"
+      sub(/&#x0A;.*/, "", reason)
+      gsub(/&quot;/, "\"", reason)
+      gsub(/&apos;/, "\047", reason)
+      gsub(/&lt;/, "<", reason)
+      gsub(/&gt;/, ">", reason)
+      gsub(/&amp;/, "\\&", reason)
+      print class "." name "\t" reason
+      wanted = 0
+    }'
+}
+
+# Reads lines "NAME<tab>REASON" and prints one line per reason with its names.
+by_reason() {
+  awk -F '\t' '
+    !($2 in names) { order[++count] = $2 }
+    { names[$2] = names[$2] (names[$2] == "" ? "" : ", ") $1 }
+    END { for (i = 1; i <= count; i++) print "   " order[i] ": " names[order[i]] }'
+}
+
 # ---- work in the background -----------------------------------------------------------------------
 
 beside_pid=""
