@@ -1,16 +1,20 @@
-// The client, killed at random moments, and on a full disk.
+// The client, killed before one of its changes, and on a full disk.
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/ptrace.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstring>
 #include <optional>
-#include <random>
 #include <thread>
 
 #include "client/tests/stgctl/fixture.h"
@@ -151,37 +155,93 @@ TEST_F(ClientFullDisk, WritesNoHalfPlan) {
 
 class ClientKilled : public HarmedTree {
  protected:
-  using Clock = std::chrono::steady_clock;
-
-  std::vector<std::string> with_root(std::vector<std::string> arguments) const {
-    arguments.insert(arguments.end(), {"--root", shell_path(root())});
-    return arguments;
+  /// Runs the client and kills it before its @p nth call that changes a file or a folder.
+  /// @return the calls of that kind before the kill or the end. The last one was not made if the
+  /// client was killed.
+  int kill_before_change(const std::vector<std::string>& arguments, int nth) {
+    std::vector<std::string> words = {client_path()};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    words.insert(words.end(), {"--root", shell_path(root())});
+    const ::pid_t client = ::fork();
+    if (client == 0) run_traced(words);
+    int changes = 0;
+    int signal = 0;
+    int status = 0;
+    bool is_first = true;
+    while (::waitpid(client, &status, 0) == client && WIFSTOPPED(status)) {
+      if (is_first) {
+        is_first = false;
+        EXPECT_EQ(::ptrace(PTRACE_SETOPTIONS, client, 0, PTRACE_O_EXITKILL | PTRACE_O_TRACESYSGOOD),
+                  0);
+      } else if (WSTOPSIG(status) != (SIGTRAP | 0x80)) {
+        signal = WSTOPSIG(status);
+      } else if (is_change(client) && ++changes == nth) {
+        ::kill(client, SIGKILL);
+      }
+      ::ptrace(PTRACE_SYSCALL, client, 0, signal);
+      signal = 0;
+    }
+    EXPECT_TRUE(WIFSIGNALED(status) || WEXITSTATUS(status) != kNotTraced)
+        << "this system does not let a test trace the client";
+    return changes;
   }
 
-  /// Starts the client and kills it at a random moment of its usual running time.
-  void kill(const std::vector<std::string>& arguments, std::chrono::microseconds whole) {
-    std::uniform_int_distribution<std::int64_t> moment(0, whole.count());
-    const running_program program(with_root(arguments), {{"STG_ROOT", ""}});
-    std::this_thread::sleep_for(std::chrono::microseconds(moment(m_random)));
+  /// The changing calls of a whole run.
+  int changes_of(const std::vector<std::string>& arguments) {
+    return kill_before_change(arguments, 0);
   }
 
-  /// The running time of the client for some work.
-  std::chrono::microseconds duration_of(const std::vector<std::string>& arguments) {
-    const Clock::time_point begin = Clock::now();
-    running_program program(with_root(arguments), {{"STG_ROOT", ""}});
-    program.wait();
-    return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin);
+  /// Kills the client in one of @p rounds runs. The kills are spread evenly over all changes; the
+  /// last runs may end without a kill.
+  void kill(const std::vector<std::string>& arguments, int changes, int round, int rounds) {
+    kill_before_change(arguments, 1 + round * (changes + 1) / rounds);
   }
 
-  std::mt19937 m_random{20'240'501};
+ private:
+  static constexpr int kNotTraced = 126;
+
+  [[noreturn]] static void run_traced(std::vector<std::string>& words) {
+    std::vector<char*> list;
+    for (std::string& word : words) list.push_back(word.data());
+    list.push_back(nullptr);
+    ::unsetenv("STG_ROOT");
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+      ::dup2(::open("/dev/null", O_RDWR | O_CLOEXEC), stream);
+    if (::ptrace(PTRACE_TRACEME, 0, 0, 0) != 0) ::_exit(kNotTraced);
+    ::execv(list[0], list.data());
+    ::_exit(127);
+  }
+
+  /// Whether a stopped process is about to make a system call that changes a file or a folder.
+  static bool is_change(::pid_t process) {
+    struct ::__ptrace_syscall_info info {};
+    if (::ptrace(PTRACE_GET_SYSCALL_INFO, process, sizeof info, &info) <= 0 ||
+        info.op != PTRACE_SYSCALL_INFO_ENTRY)
+      return false;
+    const auto& arguments = info.entry.args;
+    if (info.entry.nr == SYS_write) return arguments[0] > STDERR_FILENO;
+    if (info.entry.nr == SYS_openat) return (arguments[2] & (O_CREAT | O_TRUNC)) != 0;
+    static constexpr std::array<std::uint64_t, 14> kChanges = {
+        SYS_pwrite64,  SYS_ftruncate, SYS_truncate, SYS_copy_file_range, SYS_sendfile,
+        SYS_renameat2, SYS_unlinkat,  SYS_mkdirat,  SYS_linkat,          SYS_fchmod,
+        SYS_fchmodat,  SYS_utimensat, SYS_writev,   SYS_fallocate};
+#if defined(__x86_64__)
+    static constexpr std::array<std::uint64_t, 7> kOld = {
+        SYS_rename, SYS_renameat, SYS_unlink, SYS_rmdir, SYS_mkdir, SYS_link, SYS_chmod};
+    if (std::ranges::count(kOld, info.entry.nr) != 0) return true;
+#endif
+    return std::ranges::count(kChanges, info.entry.nr) != 0;
+  }
 };
 
 TEST_F(ClientKilled, WhileItSavesNamesLosesNoEarlierSnapshot) {
-  const auto whole = duration_of({"index", "snapshot"});
+  constexpr int kRounds = 60;
+  const int changes = changes_of({"index", "snapshot"});
   std::size_t complete = 1;
-  std::size_t lost = 0;
+  int lost = 0;
+  int halves = 0;
   const std::string names = root() + "\\storage.names";
-  for (int round = 0; round < 60; ++round) {
+  for (int round = 0; round < kRounds; ++round) {
     // Something to store in every round, more than a page.
     std::string text = m_healthy;
     for (int i = 0; i < 300; ++i)
@@ -189,13 +249,14 @@ TEST_F(ClientKilled, WhileItSavesNamesLosesNoEarlierSnapshot) {
     write_file(m_folder + "/index.dat", text);
     const std::string before = tree();
     const std::string file = read_file(names);
-    kill({"index", "snapshot"}, whole);
+    kill({"index", "snapshot"}, changes, round, kRounds);
     EXPECT_EQ(tree(), before);
     EXPECT_TRUE(read_file(names).starts_with(file.substr(0, 16)));
     const std::vector<Json> log = json({"index", "log"});
     const std::size_t count = log.size() - 1;
     ASSERT_TRUE(count == complete || count == complete + 1) << round;
     lost += count == complete ? 1 : 0;
+    halves += count == complete && read_file(names) != file ? 1 : 0;
     complete = count;
     for (const Json& line : log) ASSERT_NE(line.value("state", ""), "damaged") << round;
   }
@@ -205,7 +266,9 @@ TEST_F(ClientKilled, WhileItSavesNamesLosesNoEarlierSnapshot) {
     EXPECT_EQ(on_tree({"index", "diff", std::to_string(number), "now"}).code, 0) << number;
   EXPECT_EQ(on_tree({"index", "snapshot"}).code, 0);
   EXPECT_EQ(json({"index", "diff", "latest", "now"}).size(), 1U);
-  RecordProperty("lost", static_cast<int>(lost));
+  EXPECT_GT(lost, 0);
+  EXPECT_LT(lost, kRounds);
+  EXPECT_GT(halves, 0);
 }
 
 TEST_F(ClientKilled, WhileItRepairsAndUndoesCanBeAskedAgain) {
@@ -214,27 +277,32 @@ TEST_F(ClientKilled, WhileItRepairsAndUndoesCanBeAskedAgain) {
   ASSERT_EQ(on_tree({"repair", "--plan", plan()}).code, 0);
   const std::vector<std::string> repair = {"repair", "--apply", plan(), "--yes"};
   const std::vector<std::string> undo = {"undo", "--yes"};
-  const auto whole_repair = duration_of(repair);
+  constexpr int kRounds = 40;
+  const int repair_changes = changes_of(repair);
   const std::string repaired = files();
-  const auto whole_undo = duration_of(undo);
+  const int undo_changes = changes_of(undo);
   ASSERT_EQ(files(), harmed);
   int halves = 0;
-  for (int round = 0; round < 40; ++round) {
-    kill(repair, whole_repair);
+  int undo_halves = 0;
+  for (int round = 0; round < kRounds; ++round) {
+    kill(repair, repair_changes, round, kRounds);
     const std::string half = files();
     halves += half != harmed && half != repaired ? 1 : 0;
     // Files without damage never change.
     ASSERT_EQ(get("a.kdc"), "bytes of a") << round;
     ASSERT_EQ(on_tree(repair).code, 0) << round;
     ASSERT_EQ(files(), repaired) << round;
-    kill(undo, whole_undo);
+    kill(undo, undo_changes, round, kRounds);
+    const std::string undone = files();
+    undo_halves += undone != harmed && undone != repaired ? 1 : 0;
     const outcome again = on_tree(undo);
     // 3: it was complete, or nothing was left to do.
     ASSERT_TRUE(again.code == 0 || again.code == 3) << round << again.err;
     ASSERT_EQ(files(), harmed) << round;
     ASSERT_EQ(get("a.kdc"), "bytes of a") << round;
   }
-  RecordProperty("halves", halves);
+  EXPECT_GT(halves, 0);
+  EXPECT_GT(undo_halves, 0);
 }
 
 TEST_F(ClientKilled, WhileItRepairsCanBeUndoneAsFarAsItCame) {
@@ -242,14 +310,20 @@ TEST_F(ClientKilled, WhileItRepairsCanBeUndoneAsFarAsItCame) {
   const std::string harmed = files();
   ASSERT_EQ(on_tree({"repair", "--plan", plan()}).code, 0);
   const std::vector<std::string> repair = {"repair", "--apply", plan(), "--yes"};
-  const auto whole = duration_of(repair);
+  constexpr int kRounds = 25;
+  const int changes = changes_of(repair);
+  const std::string repaired = files();
   ASSERT_EQ(on_tree({"undo", "--yes"}).code, 0);
-  for (int round = 0; round < 25; ++round) {
-    kill(repair, whole);
+  int halves = 0;
+  for (int round = 0; round < kRounds; ++round) {
+    kill(repair, changes, round, kRounds);
+    const std::string half = files();
+    halves += half != harmed && half != repaired ? 1 : 0;
     const outcome undone = on_tree({"undo", "--yes"});
     ASSERT_TRUE(undone.code == 0 || undone.code == 3) << round << undone.err;
     ASSERT_EQ(files(), harmed) << round;
   }
+  EXPECT_GT(halves, 0);
 }
 
 TEST_F(ClientKilled, WhileItRestoresNamesLeavesThemToBeRestored) {
@@ -262,16 +336,22 @@ TEST_F(ClientKilled, WhileItRestoresNamesLeavesThemToBeRestored) {
     ASSERT_EQ(on_tree({"sync", "--yes"}).code, 0);
   };
   const std::vector<std::string> restore = {"index", "restore", "--yes"};
+  constexpr int kRounds = 25;
   lose();
-  const auto whole = duration_of(restore);
+  const int changes = changes_of(restore);
   ASSERT_EQ(files(), healthy);
-  for (int round = 0; round < 25; ++round) {
+  int halves = 0;
+  for (int round = 0; round < kRounds; ++round) {
     lose();
-    kill(restore, whole);
+    const std::string lost = files();
+    kill(restore, changes, round, kRounds);
+    const std::string half = files();
+    halves += half != lost && half != healthy ? 1 : 0;
     const outcome again = on_tree(restore);
     ASSERT_TRUE(again.code == 0 || again.code == 3) << round << again.err;
     ASSERT_EQ(files(), healthy) << round;
   }
+  EXPECT_GT(halves, 0);
 }
 
 TEST_F(ClientKilled, WhileItReplacesLeavesEachVersionWhole) {
@@ -287,13 +367,14 @@ TEST_F(ClientKilled, WhileItReplacesLeavesEachVersionWhole) {
                                     "--yes",   "--replace"};
   };
   ASSERT_EQ(on_tree(put_all('a')).code, 0);
-  const auto whole = duration_of(put_all('b'));
+  constexpr int kRounds = 20;
+  const int changes = changes_of(put_all('b'));
   int halves = 0;
   char last = 'b';
-  for (int round = 0; round < 12; ++round) {
-    const char next = static_cast<char>('a' + round % 20);
+  for (int round = 0; round < kRounds; ++round) {
+    const char next = static_cast<char>('c' + round);
     const std::vector<std::string> arguments = put_all(next);
-    kill(arguments, whole);
+    kill(arguments, changes, round, kRounds);
     int replaced = 0;
     for (int i = 0; i < kFiles; ++i) {
       const std::string bytes = read_file(physical("user", "f" + std::to_string(i) + ".kdc"));
@@ -310,7 +391,7 @@ TEST_F(ClientKilled, WhileItReplacesLeavesEachVersionWhole) {
   ASSERT_EQ(on_tree(put_all('z')).code, 0);
   for (const auto& each : std::filesystem::directory_iterator(native(storage() + "\\user\\anna")))
     EXPECT_FALSE(each.path().filename().string().starts_with(".stgctl")) << each.path();
-  RecordProperty("halves", halves);
+  EXPECT_GT(halves, 0);
 }
 
 TEST_F(ClientKilled, WhileItMovesLosesNoVersion) {
@@ -324,23 +405,30 @@ TEST_F(ClientKilled, WhileItMovesLosesNoVersion) {
                                           "--owner", "anna",    "--yes",  "--replace"};
   const std::vector<std::string> back = {"mv",      "--match", "g*.kdc", "--to",     "f*.kdc",
                                          "--owner", "anna",    "--yes",  "--replace"};
-  const auto whole = duration_of(there);
+  constexpr int kRounds = 10;
+  const int changes = changes_of(there);
   ASSERT_EQ(on_tree(back).code, 0);
-  for (int round = 0; round < 8; ++round) {
-    kill(there, whole);
+  int halves = 0;
+  for (int round = 0; round < kRounds; ++round) {
+    const std::string before = files();
+    kill(there, changes, round, kRounds);
+    int moves = 0;
     for (int i = 0; i < kFiles; ++i) {
       const std::string number = std::to_string(i);
       const std::string moved = get("g" + number + ".kdc");
       const std::string stayed = get("f" + number + ".kdc");
       const std::string bytes = "bytes of " + number;
       ASSERT_TRUE(moved == bytes || stayed == bytes) << round << ": " << moved << stayed;
+      moves += moved == bytes && stayed != bytes ? 1 : 0;
     }
+    halves += moves < kFiles && files() != before ? 1 : 0;
     const int code = on_tree(there).code;
     ASSERT_TRUE(code == 0 || code == 3) << round;
     ASSERT_EQ(lines_of(on_tree({"ls", "g*.kdc"}).out).size(), kFiles) << round;
     ASSERT_EQ(on_tree({"ls", "f*.kdc"}).code, 3) << round;
     ASSERT_EQ(on_tree(back).code, 0) << round;
   }
+  EXPECT_GT(halves, 0);
 }
 
 // ---- imports -----------------------------------------------------------------------------------
