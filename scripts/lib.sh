@@ -45,15 +45,17 @@ quietly() {
   local log=$1 what=$2
   shift 2
   mkdir -p "$(dirname "$log")"
-  # A server that outlives the command must not inherit the lock of the step.
-  if ! (
-    [ -z "${step_lock-}" ] || exec {step_lock}>&-
-    "$@"
-  ) >"$log" 2>&1; then
+  if ! unlocked "$@" >"$log" 2>&1; then
     lines_that_matter "$log" >&2
     die "$what failed: see the output in $log"
   fi
 }
+
+# Runs a command without the descriptor of the step's lock: a server that outlives the command would keep the lock.
+unlocked() (
+  [ -z "${step_lock-}" ] || exec {step_lock}>&-
+  "$@"
+)
 
 # Prints a short hash over the contents of the files. A missing file is an error.
 content_key() { cat -- "$@" | sha256sum | cut -c1-16; }
