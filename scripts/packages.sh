@@ -71,7 +71,8 @@ missing() {
   local package
   for package in $(printf '%s\n' "${wanted[@]}" | sort -u); do
     case $(dpkg-query -W -f='${db:Status-Abbrev}' "$package" 2>/dev/null || true) in
-      ii*) ;;
+      # Installed; the first letter is the wish, such as "h" after "apt-mark hold".
+      ?i*) ;;
       *) echo "$package" ;;
     esac
   done
@@ -89,7 +90,8 @@ if [ "$(id -u)" -ne 0 ]; then
     die "packages are missing, and sudo is too: run 'apt-get install ${packages[*]}' as root"
   as_root=(sudo)
 fi
-apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -y -q -o DPkg::Lock::Timeout=900)
+# Messages in English, because the loop below reads them.
+apt=("${as_root[@]}" env -u LANGUAGE LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive apt-get -y -q -o DPkg::Lock::Timeout=900)
 
 log=$BUILD/packages.log
 mkdir -p "$BUILD"
