@@ -70,6 +70,8 @@ done
 
 if [ "$(id -u)" -ne 0 ]; then
   command -v sudo >/dev/null || die "creating and mounting a Debian needs root, and sudo is missing: run this as root"
+  # Otherwise root would own build/, and no other command could write there.
+  mkdir -p "$DEPS"
   exec sudo "${BASH_SOURCE[0]}" "$suite" "$@"
 fi
 unshare --mount --pid --fork true 2>/dev/null ||
