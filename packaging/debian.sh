@@ -28,14 +28,18 @@ make_packages() {
   lintian --fail-on error,warning "$packages"/*.changes || die "lintian reports the faults above: correct packaging/debian"
 }
 
+# The packages depend on the libraries of the Debian that built them.
+suite=$(. /etc/os-release && echo "${VERSION_CODENAME-}")
+[ -n "$suite" ] || die "/etc/os-release names no release of Debian: create the packages on Debian 12 or 13"
+
 # Runs "$@" in the Debian in which the packages are installed.
 inside() { "${as_root[@]}" env -u LD_LIBRARY_PATH LC_ALL=C.UTF-8 chroot "$work/root" "$@"; }
 
 make_root() {
-  say "a clean Debian (once per run)"
+  say "a clean Debian ($suite, once per run)"
   "${as_root[@]}" rm -rf "$work/root"
   quietly "$work/root.log" "creating a clean Debian" "${as_root[@]}" mmdebstrap --variant=apt \
-    --include=g++,cmake,ninja-build,pkg-config,python3 bookworm "$work/root"
+    --include=g++,cmake,ninja-build,pkg-config,python3 "$suite" "$work/root"
 }
 
 install_and_try() {
