@@ -8,12 +8,16 @@ programs=$BUILD/bench/release/bin
 work=$BUILD/bench/instructions
 mkdir -p "$work"
 
-# Prints the instructions that the function measured() of the program "$@" executes.
+# Prints the instructions that the function measured() of the program "$@" executes. None is an error: then the function
+# has another name, or the compiler has inlined it.
 count() {
+  local counted
   # With the dynamic linker's work done before, which would be a part of the first call.
   LD_BIND_NOW=1 valgrind --tool=callgrind --callgrind-out-file="$work/callgrind.out" --toggle-collect=measured "$@" \
     >"$work/log" 2>&1 || { tail -n 20 "$work/log" >&2; die "counting the instructions of '$*' failed: see above"; }
-  sed -nE 's/.*Collected : ([0-9]+).*/\1/p' "$work/log"
+  counted=$(sed -nE 's/.*Collected : ([0-9]+).*/\1/p' "$work/log")
+  [[ $counted =~ ^[1-9][0-9]*$ ]] || die "callgrind counted no instruction of measured() in '$*': see $work/log"
+  echo "$counted"
 }
 
 per_thousand() { awk -v n="$1" 'BEGIN { printf "%.1f", n / 1000 }'; }
@@ -43,8 +47,10 @@ echo "| instructions of one call | exported class | C interface | more | limit |
 echo "|---|--:|--:|--:|--:|"
 dear=
 for call in exists served over put read write text whole list latest; do
-  class=$(($(count "$programs/storage_c_interface" "$call" class "$work/c-root") / 100))
-  c=$(($(count "$programs/storage_c_interface" "$call" c "$work/c-root") / 100))
+  # An assignment alone ends the script when count fails.
+  class=$(count "$programs/storage_c_interface" "$call" class "$work/c-root")
+  c=$(count "$programs/storage_c_interface" "$call" c "$work/c-root")
+  class=$((class / 100)) c=$((c / 100))
   limit=$((class / 20 > fixed ? class / 20 : fixed))
   echo "| $call | $class | $c | $((c - class)) | $limit |"
   [ $((c - class)) -le "$limit" ] || dear+=" $call"
