@@ -17,7 +17,9 @@ export VU_TEST_ALARM=1800
 ran=""
 for program in unit_tests api_tests; do
   filter="${1:-*}-$without"
-  "$BUILD/linux/bin/$program" --gtest_list_tests --gtest_filter="$filter" | grep -q '^  ' || continue
+  "$BUILD/linux/bin/$program" --gtest_list_tests --gtest_filter="$filter" >"$log/$program.list" ||
+    die "$program cannot list its tests: see above"
+  grep -q '^  ' "$log/$program.list" || continue
   ran="$ran $program"
   say "$program under valgrind (minutes)"
   # valgrind does not follow child processes: tests kill their helper processes on purpose.
