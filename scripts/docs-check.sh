@@ -24,20 +24,26 @@ check_manual() {
   local client=$1/stgctl page=docs/man/stgctl.1 command option count=0
   diff -u --label "$page" --label "stgctl manual" "$page" <("$client" manual) ||
     die "$page is out of date: run 'stgctl manual > $page'"
-  local plain
-  plain=$(sed 's/\\-/-/g; s/\\f[BIR]//g' "$page")
-  local -a commands
+  local -a commands options
   mapfile -t commands < <("$client" --help | sed -nE 's/^  ([a-z][a-z-]*)  .*/\1/p')
   [ "${#commands[@]}" -gt 0 ] || die "cannot read the commands from the output of 'stgctl --help'"
+  local help described
   for command in "" "${commands[@]}"; do
     # shellcheck disable=SC2086  # an empty command stands for the common options
-    while read -r option; do
+    help=$("$client" $command --help) || die "'stgctl $command --help' failed: see above"
+    mapfile -t options < <(grep -oE '^ +(-[a-zA-Z],)?--[a-z-]+' <<<"$help" | grep -oE -e '--[a-z-]+')
+    [ "${#options[@]}" -gt 0 ] || die "cannot read the options from the output of 'stgctl $command --help'"
+    # The common options, and the sections of the command and of its subcommands.
+    described=$(awk -v own=".SS $command" '
+      /^\.S[HS] / { wanted = $0 == ".SH OPTIONS" || $0 == own || index($0, own " ") == 1; found += $0 != ".SH OPTIONS" && wanted }
+      wanted
+      END { exit own != ".SS " && !found }' "$page") || die "$page has no section for the command $command"
+    described=$(sed 's/\\-/-/g; s/\\f[BIR]//g' <<<"$described")
+    for option in "${options[@]}"; do
       count=$((count + 1))
-      grep -q -e "$option" <<<"$plain" || die "$page lacks the option $option of 'stgctl $command'"
-    done < <("$client" $command --help | grep -oE '^ +(-[a-zA-Z],)?--[a-z-]+' | grep -oE -e '--[a-z-]+')
-    [ -z "$command" ] || grep -q -e "$command" <<<"$plain" || die "$page lacks the command $command"
+      grep -qE -e "(^|[^a-z-])$option([^a-z-]|$)" <<<"$described" || die "$page lacks the option $option of 'stgctl $command'"
+    done
   done
-  [ "$count" -gt 0 ] || die "cannot read the options from the output of 'stgctl --help'"
   say "$page contains all ${#commands[@]} commands and their $count options"
 }
 
