@@ -61,6 +61,7 @@ Shlobj.h shlobj.h
 SHIMS
 
 # POCO_UNBUNDLED is off: CMake must not search for the third-party libraries that are bundled.
+# The inner quotation marks are for the shell of the build: the path may contain a blank.
 # configure_poco <further definitions...>
 configure_poco() {
   rm -rf "$work/build"
@@ -68,7 +69,7 @@ configure_poco() {
   -DCMAKE_TOOLCHAIN_FILE="$toolchain" \
   -DCMAKE_INSTALL_PREFIX="$work/prefix" \
   -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O1 -DNDEBUG" -DCMAKE_C_FLAGS_RELEASE="-O1 -DNDEBUG" \
-  -DCMAKE_C_FLAGS="-w -I$work/shims" -DCMAKE_CXX_FLAGS="-w -I$work/shims -D_WIN32_WINNT=0x0A00" \
+  -DCMAKE_C_FLAGS="-w -I\"$work/shims\"" -DCMAKE_CXX_FLAGS="-w -I\"$work/shims\" -D_WIN32_WINNT=0x0A00" \
   -DBUILD_SHARED_LIBS=OFF -DPOCO_UNBUNDLED=OFF -DENABLE_TESTS=OFF -DENABLE_FOUNDATION=ON \
   -DENABLE_ENCODINGS=OFF -DENABLE_ENCODINGS_COMPILER=OFF -DENABLE_XML=OFF -DENABLE_JSON=OFF \
   -DENABLE_MONGODB=OFF -DENABLE_REDIS=OFF -DENABLE_PDF=OFF -DENABLE_UTIL=OFF -DENABLE_NET=OFF \

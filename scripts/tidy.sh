@@ -52,13 +52,13 @@ tidy_windows() {
 # readings_of <preset> <log> <flags>
 readings_of() {
   python3 - "$BUILD/tidy-$1/once/compile_commands.json" "$ROOT" "$3" >"$2.list" <<'PYTHON'
-import json, re, sys
+import json, re, shlex, sys
 rooms = ("api", "client/admin", "client/stgctl", "file", "index", "platform", "storage")
 for entry in json.load(open(sys.argv[1])):
     source = entry["file"]
     if source.endswith(".cpp") and source.startswith(tuple(f"{sys.argv[2]}/{room}/" for room in rooms)):
         command = re.sub(r" -o \S+ -c ", f" -fsyntax-only {sys.argv[3]} ", entry["command"])
-        print(f"cd {entry['directory']} && {command}")
+        print(f"cd {shlex.quote(entry['directory'])} && {command}")
 PYTHON
   [ -s "$2.list" ] || die "no compile command of the library in $BUILD/tidy-$1: delete the folder and run this again"
 }
