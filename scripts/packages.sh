@@ -33,8 +33,8 @@ tidy=(clang clang-tidy libc++-dev python3)
 fresh=(debootstrap)
 guest=(debootstrap e2fsprogs qemu-system-x86)
 valgrind=(valgrind)
-# llvm-14: function names in a report.
-fuzz=(cmake ninja-build clang-14 libclang-rt-14-dev llvm-14)
+# libclang-rt-dev: the sanitizers and the fuzzer. llvm: function names in a report.
+fuzz=(cmake ninja-build clang libclang-rt-dev llvm)
 
 wanted=()
 for set in "$@"; do
