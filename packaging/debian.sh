@@ -68,7 +68,8 @@ install_and_try() {
   quietly "$work/remove.log" "removing the packages" inside apt-get -y -q purge libvu-storage1 libvu-storage-dev \
     stgctl vu-storage-doc
   local left
-  left=$(inside find /usr /etc /var/lib -path /var/lib/apt -prune -o '(' -iname '*vu?storage*' -o -name 'stgctl*' ')' -print) ||
+  left=$(inside find /usr /etc /var/lib -path /var/lib/apt -prune -o \
+    '(' -iname '*vu?storage*' -o -name 'stgctl*' ')' -print) ||
     die "cannot search $work/root for files that are left: see above"
   [ -z "$left" ] || die "files are left after the packages were removed: $left"
 }

@@ -35,13 +35,18 @@ check_manual() {
     [ "${#options[@]}" -gt 0 ] || die "cannot read the options from the output of 'stgctl $command --help'"
     # The common options, and the sections of the command and of its subcommands.
     described=$(awk -v own=".SS $command" '
-      /^\.S[HS] / { wanted = $0 == ".SH OPTIONS" || $0 == own || index($0, own " ") == 1; found += $0 != ".SH OPTIONS" && wanted }
+      /^\.S[HS] / {
+        is_own = $0 == own || index($0, own " ") == 1
+        found += is_own
+        wanted = is_own || $0 == ".SH OPTIONS"
+      }
       wanted
       END { exit own != ".SS " && !found }' "$page") || die "$page has no section for the command $command"
     described=$(sed 's/\\-/-/g; s/\\f[BIR]//g' <<<"$described")
     for option in "${options[@]}"; do
       count=$((count + 1))
-      grep -qE -e "(^|[^a-z-])$option([^a-z-]|$)" <<<"$described" || die "$page lacks the option $option of 'stgctl $command'"
+      grep -qE -e "(^|[^a-z-])$option([^a-z-]|$)" <<<"$described" ||
+        die "$page lacks the option $option of 'stgctl $command'"
     done
   done
   say "$page contains all ${#commands[@]} commands and their $count options"

@@ -91,7 +91,8 @@ if [ "$(id -u)" -ne 0 ]; then
   as_root=(sudo)
 fi
 # Messages in English, because the loop below reads them.
-apt=("${as_root[@]}" env -u LANGUAGE LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive apt-get -y -q -o DPkg::Lock::Timeout=900)
+apt=("${as_root[@]}" env -u LANGUAGE LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive
+  apt-get -y -q -o DPkg::Lock::Timeout=900)
 
 log=$BUILD/packages.log
 mkdir -p "$BUILD"

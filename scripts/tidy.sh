@@ -57,10 +57,11 @@ readings_of() {
   python3 - "$BUILD/tidy-$1/once/compile_commands.json" "$ROOT" "$3" "$2.d" >"$2.list" <<'PYTHON'
 import json, re, shlex, sys
 commands, root, flags, folder = sys.argv[1:]
-rooms = tuple(f"{root}/{room}/" for room in ("api", "client/admin", "client/stgctl", "file", "index", "platform", "storage"))
+rooms = ("api", "client/admin", "client/stgctl", "file", "index", "platform", "storage")
+folders = tuple(f"{root}/{room}/" for room in rooms)
 for number, entry in enumerate(json.load(open(commands))):
     source = entry["file"]
-    if source.endswith(".cpp") and source.startswith(rooms):
+    if source.endswith(".cpp") and source.startswith(folders):
         command = re.sub(r" -o \S+ -c ", f" -fsyntax-only {flags} ", entry["command"])
         name = shlex.quote(f"source: {source[len(root) + 1:]}")
         print(f"exec >{shlex.quote(f'{folder}/{number}')} 2>&1; echo {name};"
@@ -97,7 +98,8 @@ known_gaps() {
   [[ $version =~ ^[0-9]+$ ]] || die "cannot read the version of libc++: does clang++ find its headers?"
   [ "$version" -ge 190000 ] || gaps+="|'atomic_ref'"
   # No algorithms of ranges, no memory resources, no three-way comparison of strings and vectors.
-  [ "$version" -ge 160000 ] || gaps+="|in namespace 'std::ranges'|'memory_resource' file|three-way comparison|synth_three_way"
+  [ "$version" -ge 160000 ] ||
+    gaps+="|in namespace 'std::ranges'|'memory_resource' file|three-way comparison|synth_three_way"
   echo "$gaps"
 }
 
@@ -126,7 +128,8 @@ tidy_includes() {
     die "the compiler reports the errors above; most come from a missing #include: see $log"
   }
   [ "$status" -eq 0 ] || [ "$failed" -gt 0 ] || die "the sources cannot be read: see $log"
-  [ "$partly" -eq 0 ] || say "note: $partly sources use what this version of libc++ lacks; they are checked only in part"
+  [ "$partly" -eq 0 ] ||
+    say "note: $partly sources use what this version of libc++ lacks; they are checked only in part"
   say "no #include is missing"
 }
 
