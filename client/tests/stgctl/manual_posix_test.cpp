@@ -110,7 +110,7 @@ TEST_F(ClientShell, BashCompletesCommandsOptionsAndValues) {
   const std::string folder = program.substr(0, program.rfind('/'));
   const auto complete = [&](const std::string& line, int current) {
     const std::string script =
-        "PATH=" + folder + ":$PATH; source <(stgctl completion bash); COMP_WORDS=(" + line +
+        "PATH=\"" + folder + "\":$PATH; source <(stgctl completion bash); COMP_WORDS=(" + line +
         "); COMP_LINE=\"" + line +
         "\"; COMP_POINT=${#COMP_LINE}; COMP_CWORD=" + std::to_string(current) +
         "; _stgctl; echo ${COMPREPLY[*]}";
@@ -130,8 +130,8 @@ TEST_F(ClientShell, FishCompletesCommandsOptionsAndValues) {
   const std::string program = client_path();
   const std::string folder = program.substr(0, program.rfind('/'));
   const auto complete = [&](const std::string& line) {
-    return output_of("PATH=" + folder +
-                     ":$PATH fish -N -c 'stgctl completion fish | source; complete -C \"" + line +
+    return output_of("PATH=\"" + folder +
+                     "\":$PATH fish -N -c 'stgctl completion fish | source; complete -C \"" + line +
                      "\"' 2>&1");
   };
   EXPECT_EQ(complete("stgctl pu"), "put\tStore files, or whole folders, as documents\n");
@@ -142,7 +142,10 @@ TEST_F(ClientShell, FishCompletesCommandsOptionsAndValues) {
 }
 
 TEST_F(ClientShell, ScriptsAreWellFormedWhereTheirShellIsHere) {
-  const std::string program = client_path();
+  const std::string program = "\"" + client_path() + "\"";
+  // Every shell accepts an empty script.
+  for (const char* const shell : {"bash", "zsh", "fish"})
+    EXPECT_NE(output_of(program + " completion " + shell), "") << shell;
   EXPECT_EQ(output_of(program + " completion bash | bash -n 2>&1"), "");
   for (const char* const shell : {"zsh", "fish"}) {
     if (output_of(std::string("command -v ") + shell).empty()) continue;
