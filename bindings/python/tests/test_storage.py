@@ -1,10 +1,13 @@
 """The package against the library: every function, through the public interface."""
 
+import ctypes
 import datetime
+import gc
 import io
 import os
 import pathlib
 import re
+import signal
 import subprocess
 import sys
 import threading
@@ -201,6 +204,137 @@ def test_a_file_that_is_in_use_stays_open(store):
     assert file.closed
     with store.open(key, "w"):
         pass
+
+
+# Code that Python can run between a call and the reading of its error. Each gets the store, a file
+# that nothing else refers to, and the current test's key.
+
+
+def _collect_a_file(_store, file, _key):
+    file.itself = file
+    del file
+    gc.collect()
+
+
+def _collect_a_buffer(_store, file, _key):
+    buffered = io.BufferedReader(file)
+    file.itself = buffered
+    del buffered, file
+    gc.collect()
+
+
+def _close_in_a_signal_handler(_store, file, _key):
+    old = signal.signal(signal.SIGUSR1, lambda *_: file.close())
+    try:
+        signal.raise_signal(signal.SIGUSR1)
+    finally:
+        signal.signal(signal.SIGUSR1, old)
+
+
+def _store_another(store, file, key):
+    file.close()
+    store.put(Key(key.area, key.owner, "another.kdf", 1), b"nested")
+
+
+@pytest.mark.parametrize("interrupt", [_collect_a_file, _collect_a_buffer,
+                                       _close_in_a_signal_handler, _store_another])
+def test_an_error_is_that_of_its_call(store, monkeypatch, interrupt):
+    owner = interrupt.__name__.lstrip("_")
+    key = Key("docs", owner, "open.kdf", 1)
+    missing = Key("docs", owner, "missing.kdf", 1)
+    store.put(key, b"x")
+    used = []
+    made = _library.library.vu_file_path
+
+    def interrupted(*arguments):
+        status = made(*arguments)
+        if not used:
+            used.append(status)
+            interrupt(store, store.open(key), missing)
+        return status
+
+    monkeypatch.setattr(_library.library, "vu_file_path", interrupted)
+    with pytest.raises(vu_storage.NotThere) as raised:
+        store.file_path(missing)
+    assert used == [3]
+    assert (raised.value.status, raised.value.operation) == (3, "vu_file_path")
+    # The file is closed when the call has ended.
+    with vu_storage.Store(wait=datetime.timedelta(0)) as hurried, hurried.open(key, "w"):
+        pass
+    if interrupt is _store_another:
+        assert store.read(Key("docs", owner, "another.kdf", 1)) == b"nested"
+
+
+def test_a_nested_call_reports_its_own_error(store, monkeypatch):
+    errors = []
+    made = _library.library.vu_latest
+
+    def interrupted(*arguments):
+        status = made(*arguments)
+        with pytest.raises(vu_storage.Refused) as refused:
+            store.remove(Key("docs", "nested", "..", 1))
+        with pytest.raises(ctypes.ArgumentError) as wrong:
+            _library.call("vu_remove", object(), None)
+        errors.extend([refused.value.operation, wrong.type])
+        return status
+
+    monkeypatch.setattr(_library.library, "vu_latest", interrupted)
+    assert store.latest(Key("docs", "nested", "a.kdf")) is None
+    assert errors == ["vu_remove", ctypes.ArgumentError]
+
+
+def test_a_file_is_closed_when_nothing_refers_to_it(store):
+    key = Key("docs", "emil", "left.kdf", 1)
+    store.open(key, "w").write(b"left")
+    with vu_storage.Store(wait=datetime.timedelta(0)) as hurried:
+        assert hurried.read(key) == b"left"
+
+
+@pytest.mark.skipif(not hasattr(os, "fork"), reason="needs fork")
+@pytest.mark.parametrize("end", ["leave", "close", "flush", "reopen"])
+def test_a_forked_child_does_not_close_the_files_of_its_parent(store, end):
+    key = Key("docs", "emil", f"forked-{end}.kdf", 1)
+    file = store.open(key, "w")
+    file.write(b"part one,")
+    buffered = io.BufferedWriter(file)
+    buffered.write(b"part two")
+    child = os.fork()
+    if child == 0:
+        code = 1
+        try:
+            if end == "close":
+                file.close()
+                store.close()
+                code = 0 if file.closed else 2
+            elif end == "flush":
+                try:
+                    buffered.flush()
+                except ValueError:
+                    code = 0
+            else:
+                if end == "reopen":
+                    with vu_storage.Store() as second:
+                        second.put(Key("docs", "emil", "from-the-child.kdf", 1), b"child")
+                del buffered, file
+                gc.collect()
+                code = 0
+        finally:
+            os._exit(code)
+    assert os.waitpid(child, 0)[1] == 0
+    # The lock of the parent is still there.
+    told = subprocess.run(
+        [sys.executable, "-c",
+         "import datetime, sys, vu_storage\n"
+         "store = vu_storage.Store(sys.argv[1], wait=datetime.timedelta(0))\n"
+         "try:\n"
+         "    print(store.read(vu_storage.Key('docs', 'emil', sys.argv[2], 1)))\n"
+         "except vu_storage.LockTimeout:\n"
+         "    print('locked')\n",
+         str(store.folder().parent), key.name],
+        check=True, capture_output=True, text=True).stdout
+    assert told == "locked\n"
+    buffered.close()
+    assert store.read(key) == b"part one,part two"
 
 
 def test_positions_are_those_of_other_files(store):

@@ -126,37 +126,33 @@ def _raw_path(path: PathLike) -> bytes:
     return _raw(os.fspath(path))
 
 
-def _told_error() -> tuple[int, str, str, str, int, str]:
-    error = _c.Error(struct_size=ctypes.sizeof(_c.Error))
-    _c.library.vu_last_error(byref(error))
-    return (error.status, _text(error.operation), _text(error.text), _text(error.path),
-            error.system_code, _text(error.system_text))
+def _error(answer: _c.Answer, kind: Optional[type[StorageError]] = None) -> StorageError:
+    told = answer.problem
+    assert told is not None
+    kind = kind or _KINDS.get(answer.status, StorageError)
+    return kind(told.status, _text(told.operation), _text(told.text), _text(told.path),
+                told.system_code, _text(told.system_text))
 
 
-def _last_error() -> StorageError:
-    told = _told_error()
-    return _KINDS.get(told[0], StorageError)(*told)
-
-
-def _check(status: int, *answers: int) -> bool:
-    """Returns True for DONE and False for one of the answers; raises an error otherwise."""
-    if status == _c.DONE:
+def _check(answer: _c.Answer, *expected: int) -> bool:
+    """Returns True for DONE and False for an expected status; raises an error otherwise."""
+    if answer.status == _c.DONE:
         return True
-    if status in answers:
+    if answer.status in expected:
         return False
-    raise _last_error()
+    raise _error(answer)
 
 
-def _ask_text(ask: Callable[[Any, int, Any], int], *answers: int) -> Optional[str]:
+def _ask_text(ask: Callable[[Any, int, Any], _c.Answer], *expected: int) -> Optional[str]:
     """A text of any length: repeats the call with more room while the text grows."""
     room = 256
     while True:
         buffer = ctypes.create_string_buffer(room)
         size = ctypes.c_size_t()
-        status = ask(buffer, room, byref(size))
-        if status == _c.TOO_SHORT:
+        answer = ask(buffer, room, byref(size))
+        if answer.status == _c.TOO_SHORT:
             room = size.value + 1
-        elif _check(status, *answers):
+        elif _check(answer, *expected):
             return _text(buffer.raw[: size.value])
         else:
             return None
@@ -236,6 +232,7 @@ class File(io.RawIOBase):
 
     def __init__(self, handle: ctypes.c_void_p, writes: bool) -> None:
         super().__init__()
+        self._process = os.getpid()
         self._handle: Optional[ctypes.c_void_p] = handle
         self._writes = writes
         # The library has no call that returns the position.
@@ -257,7 +254,7 @@ class File(io.RawIOBase):
         view = memoryview(buffer).cast("B")
         room = (ctypes.c_char * len(view)).from_buffer(view)
         size = ctypes.c_size_t()
-        _check(_c.library.vu_stream_read(self._handle, room, len(view), byref(size)))
+        _check(_c.call("vu_stream_read", self._handle, room, len(view), byref(size)))
         self._position += size.value
         return size.value
 
@@ -265,7 +262,7 @@ class File(io.RawIOBase):
         """Writes all bytes. They are flushed to the device by close()."""
         self._check_open()
         raw = bytes(data)
-        _check(_c.library.vu_stream_write(self._handle, raw, len(raw)))
+        _check(_c.call("vu_stream_write", self._handle, raw, len(raw)))
         self._position += len(raw)
         return len(raw)
 
@@ -279,7 +276,7 @@ class File(io.RawIOBase):
         position = (self.size() if origin is None else origin) + offset
         if position < 0:
             raise ValueError("the position is before the start of the file")
-        _check(_c.library.vu_stream_seek(self._handle, offset, whence))
+        _check(_c.call("vu_stream_seek", self._handle, offset, whence))
         self._position = position
         return position
 
@@ -287,22 +284,31 @@ class File(io.RawIOBase):
         """The size of the file in bytes."""
         self._check_open()
         number = ctypes.c_int64()
-        _check(_c.library.vu_stream_size(self._handle, byref(number)))
+        _check(_c.call("vu_stream_size", self._handle, byref(number)))
         return number.value
 
     def close(self) -> None:
         """Flushes what was written, releases the lock and closes. A second close does nothing.
-        While another thread uses the file, it raises an error and the file stays open."""
+        While another thread uses the file, it raises an error and the file stays open. In a child
+        of fork() the file of the parent stays open for the parent."""
         if self._handle is not None:
-            status = _c.library.vu_stream_close(self._handle)
-            if status != _c.BUSY:
+            answer = _c.close("vu_stream_close", self._handle, self._process)
+            if answer.status != _c.BUSY:
                 self._handle = None
                 super().close()
-            _check(status)
+            _check(answer)
+
+    def __del__(self) -> None:
+        # Not close(), as in the base class: a destructor can run inside another call.
+        handle, self._handle = getattr(self, "_handle", None), None
+        if handle is not None:
+            _c.abandon("vu_stream_close", handle, self._process)
 
     def _check_open(self) -> None:
         if self._handle is None:
             raise ValueError("the file is closed")
+        if self._process != os.getpid():
+            raise ValueError("the file belongs to the process that opened it")
 
 
 class _Collected:
@@ -323,14 +329,15 @@ class _Collected:
 
         return visit
 
-    def finish(self, status: int, *answers: int) -> list[Any]:
+    def finish(self, answer: _c.Answer, *expected: int) -> list[Any]:
         if self.raised is not None:
             raise self.raised
-        if status == _c.PARTLY_DONE:
-            error = PartlyListed(*_told_error())
+        if answer.status == _c.PARTLY_DONE:
+            error = _error(answer, PartlyListed)
+            assert isinstance(error, PartlyListed)
             error.entries = self.items
             raise error
-        _check(status, *answers)
+        _check(answer, *expected)
         return self.items
 
 
@@ -364,7 +371,8 @@ class Store:
             root=None if root is None else _raw_path(root), flags=flags, wait_ms=wait_ms)
         handle = ctypes.c_void_p()
         self.initialised: bool = _check(
-            _c.library.vu_open_store(byref(settings), byref(handle)), _c.ALREADY)
+            _c.call("vu_open_store", byref(settings), byref(handle)), _c.ALREADY)
+        self._process = os.getpid()
         self._handle: Optional[ctypes.c_void_p] = handle
 
     def __enter__(self) -> "Store":
@@ -377,15 +385,15 @@ class Store:
         """Closes the handle. The storage stays initialised, and files stay open. While a call uses
         the handle, it raises an error and the handle stays open."""
         if self._handle is not None:
-            status = _c.library.vu_close_store(self._handle)
-            if status != _c.BUSY:
+            answer = _c.close("vu_close_store", self._handle, self._process)
+            if answer.status != _c.BUSY:
                 self._handle = None
-            _check(status)
+            _check(answer)
 
     def folder(self, area: Optional[str] = None) -> pathlib.Path:
         """The path of the folder "storage", or of an area folder in it."""
         number = 0 if area is None else _area(area)
-        path = _ask_text(lambda *out: _c.library.vu_folder(self._handle, number, *out))
+        path = _ask_text(lambda *out: _c.call("vu_folder", self._handle, number, *out))
         assert path is not None
         return pathlib.Path(path)
 
@@ -393,16 +401,16 @@ class Store:
 
     def exists(self, key: Key) -> bool:
         """Whether the version exists."""
-        return _check(_c.library.vu_exists(self._handle, byref(key._document())),
+        return _check(_c.call("vu_exists", self._handle, byref(key._document())),
                       _c.NOTHING_MATCHED)
 
     def read(self, key: Key) -> Optional[bytes]:
         """The bytes of exactly this version; None if it does not exist."""
         memory = ctypes.c_void_p()
         size = ctypes.c_size_t()
-        status = _c.library.vu_read_whole(self._handle, byref(key._document()), byref(memory),
-                                          byref(size))
-        if not _check(status, _c.NOTHING_MATCHED):
+        answer = _c.call("vu_read_whole", self._handle, byref(key._document()), byref(memory),
+                         byref(size))
+        if not _check(answer, _c.NOTHING_MATCHED):
             return None
         try:
             return ctypes.string_at(memory, size.value)
@@ -420,9 +428,9 @@ class Store:
         view = memoryview(buffer).cast("B")
         room = (ctypes.c_char * len(view)).from_buffer(view)
         size = ctypes.c_size_t()
-        status = _c.library.vu_read(self._handle, byref(key._document()), room, len(view),
-                                    byref(size))
-        return size.value if _check(status, _c.NOTHING_MATCHED) else None
+        answer = _c.call("vu_read", self._handle, byref(key._document()), room, len(view),
+                         byref(size))
+        return size.value if _check(answer, _c.NOTHING_MATCHED) else None
 
     def put(self, key: Key, data: Union[bytes, str], *, replace: bool = True,
             in_place: bool = False) -> bool:
@@ -434,15 +442,15 @@ class Store:
         raw = data.encode() if isinstance(data, str) else bytes(data)
         flags = (replace * _REPLACE) | (in_place * _IN_PLACE)
         return _check(
-            _c.library.vu_put(self._handle, byref(key._document()), raw, len(raw), flags, None),
+            _c.call("vu_put", self._handle, byref(key._document()), raw, len(raw), flags, None),
             _c.ALREADY)
 
     def copy_in(self, key: Key, path: PathLike, *, replace: bool = True) -> bool:
         """Stores a file, with its modification time; atomically, as put(). Returns False if the
         version exists and is kept; raises NotThere if there is no such file."""
         return _check(
-            _c.library.vu_copy_in(self._handle, byref(key._document()), _raw_path(path),
-                                  replace * _REPLACE, None),
+            _c.call("vu_copy_in", self._handle, byref(key._document()), _raw_path(path),
+                    replace * _REPLACE, None),
             _c.ALREADY)
 
     def copy_out(self, key: Key, path: PathLike, *, replace: bool = True) -> bool:
@@ -450,42 +458,42 @@ class Store:
         and is kept; raises NotThere if the version does not exist. Not atomic: a copy that fails
         half-way loses the old file."""
         return _check(
-            _c.library.vu_copy_out(self._handle, byref(key._document()), _raw_path(path),
-                                   replace * _REPLACE),
+            _c.call("vu_copy_out", self._handle, byref(key._document()), _raw_path(path),
+                    replace * _REPLACE),
             _c.ALREADY)
 
     def remove(self, key: Key) -> bool:
         """Removes a version. Returns False if it does not exist."""
-        return _check(_c.library.vu_remove(self._handle, byref(key._document())),
+        return _check(_c.call("vu_remove", self._handle, byref(key._document())),
                       _c.NOTHING_MATCHED)
 
     def rename(self, old: Key, new: Key, *, replace: bool = False) -> bool:
         """Changes the name, version, owner or area of a version. Returns False if the new one
         exists and is kept; raises NotThere if the old one does not exist."""
         return _check(
-            _c.library.vu_rename(self._handle, byref(old._document()), byref(new._document()),
-                                 replace * _REPLACE),
+            _c.call("vu_rename", self._handle, byref(old._document()), byref(new._document()),
+                    replace * _REPLACE),
             _c.ALREADY)
 
     def info(self, key: Key) -> Optional[Info]:
         """Size and times; None if the version does not exist."""
         told = _c.Info(struct_size=ctypes.sizeof(_c.Info))
-        status = _c.library.vu_describe(self._handle, byref(key._document()), byref(told))
-        return Info._of(told) if _check(status, _c.NOTHING_MATCHED) else None
+        answer = _c.call("vu_describe", self._handle, byref(key._document()), byref(told))
+        return Info._of(told) if _check(answer, _c.NOTHING_MATCHED) else None
 
     def file_path(self, key: Key) -> pathlib.Path:
         """The path of the version's file; raises NotThere if the version does not exist."""
         document = key._document()
         path = _ask_text(
-            lambda *out: _c.library.vu_file_path(self._handle, byref(document), *out))
+            lambda *out: _c.call("vu_file_path", self._handle, byref(document), *out))
         assert path is not None
         return pathlib.Path(path)
 
     def latest(self, key: Key) -> Optional[int]:
         """The greatest version of a name; None if there is none."""
         number = ctypes.c_int64()
-        status = _c.library.vu_latest(self._handle, byref(key._document()), byref(number))
-        return number.value if _check(status, _c.NOTHING_MATCHED) else None
+        answer = _c.call("vu_latest", self._handle, byref(key._document()), byref(number))
+        return number.value if _check(answer, _c.NOTHING_MATCHED) else None
 
     # ---- files ---------------------------------------------------------------------------------
 
@@ -498,8 +506,8 @@ class Store:
         if mode not in modes:
             raise ValueError(f"there is no mode {mode!r}; use one of {', '.join(modes)}")
         handle = ctypes.c_void_p()
-        _check(_c.library.vu_open(self._handle, byref(key._document()), modes[mode],
-                                  byref(handle)))
+        _check(_c.call("vu_open", self._handle, byref(key._document()), modes[mode],
+                       byref(handle)))
         return File(handle, mode in "xw")
 
     def open_part(self, key: Key, rendition: str, part: str, mode: str = "r") -> File:
@@ -509,8 +517,8 @@ class Store:
         if mode not in modes:
             raise ValueError(f"there is no mode {mode!r}; use one of {', '.join(modes)}")
         handle = ctypes.c_void_p()
-        _check(_c.library.vu_open_part(self._handle, byref(key._document()), _raw(rendition),
-                                       _raw(part), modes[mode], byref(handle)))
+        _check(_c.call("vu_open_part", self._handle, byref(key._document()), _raw(rendition),
+                       _raw(part), modes[mode], byref(handle)))
         return File(handle, mode == "w")
 
     # ---- lists ---------------------------------------------------------------------------------
@@ -520,26 +528,26 @@ class Store:
         (name, underscore, version). The list is read by this call: later changes are not seen.
         Raises PartlyListed if a folder cannot be listed."""
         collected = _Collected()
-        status = _c.library.vu_each_document(
-            self._handle, _area(area), _raw(owner), with_info * _WITH_INFO,
-            _c.EntryVisitor(collected.take(_made_of_entry)), None)
-        return iter(collected.finish(status))
+        answer = _c.call("vu_each_document", self._handle, _area(area), _raw(owner),
+                         with_info * _WITH_INFO,
+                         _c.EntryVisitor(collected.take(_made_of_entry)), None)
+        return iter(collected.finish(answer))
 
     def versions(self, key: Key, *, with_info: bool = False) -> Iterator[Entry]:
         """The versions of a name, the oldest first. Raises PartlyListed if the folder cannot be
         listed."""
         collected = _Collected()
-        status = _c.library.vu_each_version(
-            self._handle, byref(key._document()), with_info * _WITH_INFO,
-            _c.EntryVisitor(collected.take(_made_of_entry)), None)
-        return iter(collected.finish(status))
+        answer = _c.call("vu_each_version", self._handle, byref(key._document()),
+                         with_info * _WITH_INFO,
+                         _c.EntryVisitor(collected.take(_made_of_entry)), None)
+        return iter(collected.finish(answer))
 
     def owners(self, area: str) -> Iterator[str]:
         """The owners that have a folder in an area."""
         collected = _Collected()
-        status = _c.library.vu_each_owner(self._handle, _area(area),
-                                          _c.NameVisitor(collected.take(_text)), None)
-        return iter(collected.finish(status))
+        answer = _c.call("vu_each_owner", self._handle, _area(area),
+                         _c.NameVisitor(collected.take(_text)), None)
+        return iter(collected.finish(answer))
 
     # ---- key files and profiles ----------------------------------------------------------------
 
@@ -547,17 +555,17 @@ class Store:
         """The value of a line of a key file; None if the line or the file does not exist."""
         document = key._document()
         return _ask_text(
-            lambda *out: _c.library.vu_key_get(self._handle, byref(document), _raw(line), *out),
+            lambda *out: _c.call("vu_key_get", self._handle, byref(document), _raw(line), *out),
             _c.NOTHING_MATCHED)
 
     def set_key(self, key: Key, line: str, value: str) -> None:
         """Sets the value of a line; creates a missing line or file."""
-        _check(_c.library.vu_key_set(self._handle, byref(key._document()), _raw(line),
-                                     _raw(value)))
+        _check(_c.call("vu_key_set", self._handle, byref(key._document()), _raw(line),
+                       _raw(value)))
 
     def remove_key(self, key: Key, line: str) -> bool:
         """Removes the lines with that name. Returns False if there is none."""
-        return _check(_c.library.vu_key_delete(self._handle, byref(key._document()), _raw(line)),
+        return _check(_c.call("vu_key_delete", self._handle, byref(key._document()), _raw(line)),
                       _c.NOTHING_MATCHED)
 
     def keys(self, key: Key) -> list[tuple[str, str]]:
@@ -565,7 +573,7 @@ class Store:
         collected = _Collected()
         visit = _c.LineVisitor(collected.take(lambda name, value: (_text(name), _text(value))))
         return collected.finish(
-            _c.library.vu_key_each(self._handle, byref(key._document()), visit, None),
+            _c.call("vu_key_each", self._handle, byref(key._document()), visit, None),
             _c.NOTHING_MATCHED)
 
     def profile_value(self, owner: Optional[str], line: str,
@@ -573,21 +581,21 @@ class Store:
         """The value of a line of an owner's profile, or of the master profile for the owner None.
         For file see vu_profile_get()."""
         return _ask_text(
-            lambda *out: _c.library.vu_profile_get(self._handle, _raw_or_none(owner),
-                                                   _raw_or_none(file), _raw(line), *out),
+            lambda *out: _c.call("vu_profile_get", self._handle, _raw_or_none(owner),
+                                 _raw_or_none(file), _raw(line), *out),
             _c.NOTHING_MATCHED)
 
     def set_profile(self, owner: Optional[str], line: str, value: str,
                     file: Optional[str] = None) -> None:
         """Sets the value of a line of a profile."""
-        _check(_c.library.vu_profile_set(self._handle, _raw_or_none(owner), _raw_or_none(file),
-                                         _raw(line), _raw(value)))
+        _check(_c.call("vu_profile_set", self._handle, _raw_or_none(owner), _raw_or_none(file),
+                       _raw(line), _raw(value)))
 
     def remove_profile(self, owner: Optional[str], line: str, file: Optional[str] = None) -> bool:
         """Removes the lines with that name from a profile. Returns False if there is none."""
         return _check(
-            _c.library.vu_profile_delete(self._handle, _raw_or_none(owner), _raw_or_none(file),
-                                         _raw(line)),
+            _c.call("vu_profile_delete", self._handle, _raw_or_none(owner), _raw_or_none(file),
+                    _raw(line)),
             _c.NOTHING_MATCHED)
 
     def profile(self, owner: Optional[str], file: Optional[str] = None) -> list[tuple[str, str]]:
@@ -595,8 +603,8 @@ class Store:
         collected = _Collected()
         visit = _c.LineVisitor(collected.take(lambda name, value: (_text(name), _text(value))))
         return collected.finish(
-            _c.library.vu_profile_each(self._handle, _raw_or_none(owner), _raw_or_none(file), visit,
-                                       None),
+            _c.call("vu_profile_each", self._handle, _raw_or_none(owner), _raw_or_none(file), visit,
+                    None),
             _c.NOTHING_MATCHED)
 
     # ---- owners and upkeep ---------------------------------------------------------------------
@@ -604,22 +612,21 @@ class Store:
     def rename_owner(self, old: str, new: str) -> bool:
         """Renames an owner's folders except those of corporate documents. Returns False if a folder
         with the new name exists. Nobody else may use these folders during the call."""
-        return _check(_c.library.vu_rename_owner(self._handle, _raw(old), _raw(new)), _c.ALREADY)
+        return _check(_c.call("vu_rename_owner", self._handle, _raw(old), _raw(new)), _c.ALREADY)
 
     def remove_owner(self, owner: str) -> bool:
         """Removes an owner's folders, with all files, except those of corporate documents. Returns
         False if there is none."""
-        return _check(_c.library.vu_remove_owner(self._handle, _raw(owner)), _c.NOTHING_MATCHED)
+        return _check(_c.call("vu_remove_owner", self._handle, _raw(owner)), _c.NOTHING_MATCHED)
 
     def outdated(self, area: str, owner: Optional[str], older_than: timedelta, *,
                  by_access: bool = False, everything: bool = False) -> list[Entry]:
         """The versions that clean() would remove."""
         collected = _Collected()
-        status = _c.library.vu_clean(
-            self._handle, _area(area), _raw_or_none(owner), _seconds(older_than),
-            _DRY_RUN | _cleaning(by_access, everything),
-            _c.EntryVisitor(collected.take(_made_of_entry)), None, None)
-        return collected.finish(status)
+        answer = _c.call("vu_clean", self._handle, _area(area), _raw_or_none(owner),
+                         _seconds(older_than), _DRY_RUN | _cleaning(by_access, everything),
+                         _c.EntryVisitor(collected.take(_made_of_entry)), None, None)
+        return collected.finish(answer)
 
     def clean(self, area: str, owner: Optional[str], older_than: timedelta, *,
               by_access: bool = False, everything: bool = False) -> int:
@@ -631,14 +638,14 @@ class Store:
         everything: allows an older_than of 0, which removes all versions. Otherwise 0 is refused.
         """
         count = ctypes.c_int64()
-        _check(_c.library.vu_clean(self._handle, _area(area), _raw_or_none(owner),
-                                   _seconds(older_than), _cleaning(by_access, everything),
-                                   _c.EntryVisitor(), None, byref(count)))
+        _check(_c.call("vu_clean", self._handle, _area(area), _raw_or_none(owner),
+                       _seconds(older_than), _cleaning(by_access, everything),
+                       _c.EntryVisitor(), None, byref(count)))
         return count.value
 
     def migrate_inbox(self, owner: str) -> bool:
         """Migrates an owner's mail folder. Returns False if there is none."""
-        return _check(_c.library.vu_migrate_inbox(self._handle, _raw(owner)), _c.NOTHING_MATCHED)
+        return _check(_c.call("vu_migrate_inbox", self._handle, _raw(owner)), _c.NOTHING_MATCHED)
 
 
 def _raw_or_none(text: Optional[str]) -> Optional[bytes]:
@@ -690,6 +697,6 @@ def set_trace(tell: Optional[Callable[[Trace], None]], level: int = 4) -> None:
                    _text(one.signature), text.decode("utf-8", "replace")))
 
     sink = _c.TraceSink() if tell is None else _c.TraceSink(hear)
-    _check(_c.library.vu_set_trace(sink, None, level))
+    _check(_c.call("vu_set_trace", sink, None, level))
     # The library keeps only the pointer: Python must keep the callback alive.
     _sink = sink

@@ -1,7 +1,10 @@
-"""The C interface in ctypes: finding the library, its structures, its functions."""
+"""The C interface in ctypes: finding the library, its structures, its functions, calling them."""
 
 from __future__ import annotations
 
+import _thread
+import atexit
+import collections
 import ctypes
 import os
 import sys
@@ -16,6 +19,7 @@ from ctypes import (
     c_uint32,
     c_void_p,
 )
+from typing import Any, NamedTuple, Optional
 
 DONE = 0
 NOTHING_MATCHED = 3
@@ -146,3 +150,128 @@ def load() -> ctypes.CDLL:
 
 
 library = load()
+
+# ---- calls ---------------------------------------------------------------------------------------
+
+
+class Problem(NamedTuple):
+    """A copy of vu_error, with texts in the encoding of the library."""
+
+    status: int
+    operation: bytes
+    text: bytes
+    path: bytes
+    system_code: int
+    system_text: bytes
+
+
+class Answer(NamedTuple):
+    """The result of a call; without a problem for DONE."""
+
+    status: int
+    problem: Optional[Problem] = None
+
+
+_DONE = Answer(DONE)
+
+#: The threads that are between the start of a call and the end of reading its error.
+_inside: set[int] = set()
+
+#: Handles to close: the name of the function, the handle, and the process that opened it.
+_abandoned: collections.deque[tuple[str, Any, int]] = collections.deque()
+
+
+def _problem() -> Problem:
+    error = Error(struct_size=ctypes.sizeof(Error))
+    library.vu_last_error(ctypes.byref(error))
+    return Problem(error.status, error.operation, error.text, error.path, error.system_code,
+                   error.system_text)
+
+
+def _call_here(name: str, *arguments: Any) -> Answer:
+    thread = _thread.get_ident()
+    try:
+        _inside.add(thread)
+        status = getattr(library, name)(*arguments)
+        return _DONE if status == DONE else Answer(status, _problem())
+    finally:
+        _inside.discard(thread)
+
+
+def _call_elsewhere(name: str, *arguments: Any) -> Answer:
+    """Calls a function on a thread of its own. Takes no lock of the module threading: the code that
+    was interrupted may hold it."""
+    answers: list[Answer] = []
+    reasons: list[BaseException] = []
+    done = _thread.allocate_lock()
+
+    def work() -> None:
+        try:
+            answers.append(_call_here(name, *arguments))
+        except BaseException as reason:  # pylint: disable=broad-except
+            reasons.append(reason)
+        finally:
+            done.release()
+
+    done.acquire()
+    _thread.start_new_thread(work, ())
+    done.acquire()
+    if reasons:
+        raise reasons[0]
+    return answers[0]
+
+
+def call(name: str, *arguments: Any) -> Answer:
+    """Calls a function of the library.
+
+    vu_last_error() reports the thread's last call. Python can run a signal handler or a destructor
+    between a call and the reading of its error. Calls of such code run on another thread, so they
+    never replace that error."""
+    if _thread.get_ident() in _inside:
+        return _call_elsewhere(name, *arguments)
+    close_abandoned()
+    answer = _call_here(name, *arguments)
+    close_abandoned()
+    return answer
+
+
+def close_abandoned() -> None:
+    """Closes the handles of destroyed objects. Drops those that another process has opened: after
+    a fork() they belong to the parent."""
+    while _abandoned:
+        try:
+            name, handle, process = _abandoned.popleft()
+        except IndexError:
+            return  # Another thread was faster.
+        if process == os.getpid():
+            _call_here(name, handle)
+
+
+def abandon(name: str, handle: Any, process: int) -> None:
+    """For destructors, which can run at any time: closes the handle, or if this thread is inside a
+    call, leaves that to the end of the call."""
+    _abandoned.append((name, handle, process))
+    if _thread.get_ident() not in _inside:
+        close_abandoned()
+
+
+def close(name: str, handle: Any, process: int) -> Answer:
+    """Closes a handle that this process has opened. Inside another call of this thread the handle
+    is closed at the end of that call: the library may hold locks now."""
+    if process != os.getpid():
+        return _DONE
+    if _thread.get_ident() in _inside:
+        abandon(name, handle, process)
+        return _DONE
+    return call(name, handle)
+
+
+def _forked() -> None:
+    # Only the thread that forked exists in the child.
+    _inside.intersection_update({_thread.get_ident()})
+    _abandoned.clear()
+
+
+if hasattr(os, "register_at_fork"):
+    os.register_at_fork(after_in_child=_forked)
+atexit.register(close_abandoned)
