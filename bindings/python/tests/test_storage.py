@@ -359,6 +359,50 @@ def test_positions_are_those_of_other_files(store):
         assert buffered.read() == b"789"
 
 
+def test_numbers_are_not_cut(store):
+    key = Key("docs", "emma", "numbers.kdf", 9)
+    store.put(key, b"0123456789")
+    for version in (2**64 + 9, 2**64 - 1, 2**63, -(2**63) - 1):
+        for call in (store.exists, store.read, store.remove, store.open, store.info):
+            with pytest.raises(OverflowError):
+                call(Key(key.area, key.owner, key.name, version))
+    assert store.read(key) == b"0123456789"
+    with store.open(key) as file:
+        file.seek(3)
+        for offset in (2**64, 2**63):
+            with pytest.raises(OverflowError):
+                file.seek(offset)
+        with pytest.raises(vu_storage.StorageError):
+            file.seek(2**40)
+        assert file.tell() == 3
+        assert file.read(1) == b"3"
+    for level in (2**32, 2**64 + 1):
+        with pytest.raises(OverflowError):
+            vu_storage.set_trace(lambda _: None, level)
+
+
+@pytest.mark.parametrize("wanted", [True, 2, 4, "yes"])
+def test_every_true_value_sets_its_flag_alone(store, tmp_path, monkeypatch, wanted):
+    flags = []
+    for name, place in (("vu_put", 4), ("vu_copy_out", 3), ("vu_rename", 3),
+                        ("vu_each_document", 3), ("vu_each_version", 2), ("vu_clean", 4)):
+        def noted(*arguments, made=getattr(_library.library, name), place=place):
+            flags.append(arguments[place])
+            return made(*arguments)
+
+        monkeypatch.setattr(_library.library, name, noted)
+    key = Key("user", "emma", "flags", 1)
+    store.put(key, b"x", replace=wanted)
+    store.put(key, b"x", in_place=wanted, replace=0)
+    store.copy_out(key, tmp_path / "out", replace=wanted)
+    store.rename(key, key, replace=wanted)
+    list(store.documents("user", "emma", with_info=wanted))
+    list(store.versions(key, with_info=wanted))
+    store.outdated("user", "emma", DAY, by_access=wanted)
+    store.outdated("user", "emma", DAY, everything=wanted)
+    assert flags == [1, 2, 1, 1, 1, 1, 1 | 2, 1 | 4]
+
+
 def test_a_version_is_read_into_a_buffer(store):
     key = Key("docs", "erna", "a.kdf", 1)
     buffer = bytearray(8)

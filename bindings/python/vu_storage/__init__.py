@@ -122,6 +122,18 @@ def _raw(text: str) -> bytes:
     return raw
 
 
+def _number(value: int, bits: int = 64) -> int:
+    """The value, if C's integer of that size can represent it: ctypes would cut it."""
+    if not -(1 << (bits - 1)) <= value < 1 << (bits - 1):
+        raise OverflowError(f"{value} needs more than {bits} bits")
+    return value
+
+
+def _flags(*chosen: tuple[object, int]) -> int:
+    """The flags whose argument is true."""
+    return sum(flag for wanted, flag in chosen if wanted)
+
+
 def _raw_path(path: PathLike) -> bytes:
     return _raw(os.fspath(path))
 
@@ -169,12 +181,13 @@ class Key:
     name: str
     """The logical name, with its extension."""
     version: int = 0
-    """0 to 2147483647, as the caller chooses; or LATEST."""
+    """0 to 2147483647, as the caller chooses; or LATEST. Calls raise StorageError for any other
+    number, and OverflowError if it needs more than 64 bits."""
 
     def _document(self) -> _c.Document:
         return _c.Document(
             struct_size=ctypes.sizeof(_c.Document), area=_area(self.area), owner=_raw(self.owner),
-            name=_raw(self.name), version=self.version)
+            name=_raw(self.name), version=_number(self.version))
 
 
 def _area(name: str) -> int:
@@ -276,7 +289,7 @@ class File(io.RawIOBase):
         position = (self.size() if origin is None else origin) + offset
         if position < 0:
             raise ValueError("the position is before the start of the file")
-        _check(_c.call("vu_stream_seek", self._handle, offset, whence))
+        _check(_c.call("vu_stream_seek", self._handle, _number(offset), whence))
         self._position = position
         return position
 
@@ -362,7 +375,7 @@ class Store:
 
         The attribute initialised says whether this call initialised the storage.
         """
-        flags = (make_root * 1) | (shared_folders * 2) | ((not adoption) * 4) | ((not guard) * 8)
+        flags = _flags((make_root, 1), (shared_folders, 2), (not adoption, 4), (not guard, 8))
         wait_ms = 0
         if wait is not None:
             wait_ms = int(wait / timedelta(milliseconds=1)) or -1
@@ -440,7 +453,7 @@ class Store:
         in_place the file is emptied and written instead: half the work, but not atomic.
         """
         raw = data.encode() if isinstance(data, str) else bytes(data)
-        flags = (replace * _REPLACE) | (in_place * _IN_PLACE)
+        flags = _flags((replace, _REPLACE), (in_place, _IN_PLACE))
         return _check(
             _c.call("vu_put", self._handle, byref(key._document()), raw, len(raw), flags, None),
             _c.ALREADY)
@@ -450,7 +463,7 @@ class Store:
         version exists and is kept; raises NotThere if there is no such file."""
         return _check(
             _c.call("vu_copy_in", self._handle, byref(key._document()), _raw_path(path),
-                    replace * _REPLACE, None),
+                    _flags((replace, _REPLACE)), None),
             _c.ALREADY)
 
     def copy_out(self, key: Key, path: PathLike, *, replace: bool = True) -> bool:
@@ -459,7 +472,7 @@ class Store:
         half-way loses the old file."""
         return _check(
             _c.call("vu_copy_out", self._handle, byref(key._document()), _raw_path(path),
-                    replace * _REPLACE),
+                    _flags((replace, _REPLACE))),
             _c.ALREADY)
 
     def remove(self, key: Key) -> bool:
@@ -472,7 +485,7 @@ class Store:
         exists and is kept; raises NotThere if the old one does not exist."""
         return _check(
             _c.call("vu_rename", self._handle, byref(old._document()), byref(new._document()),
-                    replace * _REPLACE),
+                    _flags((replace, _REPLACE))),
             _c.ALREADY)
 
     def info(self, key: Key) -> Optional[Info]:
@@ -529,7 +542,7 @@ class Store:
         Raises PartlyListed if a folder cannot be listed."""
         collected = _Collected()
         answer = _c.call("vu_each_document", self._handle, _area(area), _raw(owner),
-                         with_info * _WITH_INFO,
+                         _flags((with_info, _WITH_INFO)),
                          _c.EntryVisitor(collected.take(_made_of_entry)), None)
         return iter(collected.finish(answer))
 
@@ -538,7 +551,7 @@ class Store:
         listed."""
         collected = _Collected()
         answer = _c.call("vu_each_version", self._handle, byref(key._document()),
-                         with_info * _WITH_INFO,
+                         _flags((with_info, _WITH_INFO)),
                          _c.EntryVisitor(collected.take(_made_of_entry)), None)
         return iter(collected.finish(answer))
 
@@ -658,7 +671,7 @@ def _seconds(age: timedelta) -> int:
 
 
 def _cleaning(by_access: bool, everything: bool) -> int:
-    return (by_access * _BY_ACCESS) | (everything * _CLEAN_ALL)
+    return _flags((by_access, _BY_ACCESS), (everything, _CLEAN_ALL))
 
 
 @dataclass(frozen=True)
@@ -697,6 +710,6 @@ def set_trace(tell: Optional[Callable[[Trace], None]], level: int = 4) -> None:
                    _text(one.signature), text.decode("utf-8", "replace")))
 
     sink = _c.TraceSink() if tell is None else _c.TraceSink(hear)
-    _check(_c.call("vu_set_trace", sink, None, level))
+    _check(_c.call("vu_set_trace", sink, None, _number(level, 32)))
     # The library keeps only the pointer: Python must keep the callback alive.
     _sink = sink
