@@ -1,5 +1,6 @@
 """The package against the library: every function, through the public interface."""
 
+import array
 import ctypes
 import datetime
 import gc
@@ -95,6 +96,24 @@ def test_what_is_put_is_read(store, area, data):
     assert store.read(key) == data
     assert store.put(key, "text ü", in_place=True)
     assert store.read_text(key) == "text ü"
+
+
+def test_only_bytes_and_texts_are_stored(store):
+    key = Key("docs", "anna", "kinds.kdf", 1)
+    store.put(key, b"old")
+    for data in (7, [1, 2], None, True):
+        with pytest.raises(TypeError):
+            store.put(key, data)
+    assert store.read(key) == b"old"
+    for data in (bytearray(b"ab"), memoryview(b"xaxb")[1::2], array.array("H", [0x6261])):
+        assert store.put(key, data)
+        assert store.read(key) == b"ab"
+    with store.open(key, "w") as file:
+        for data in (3, [1], "text"):
+            with pytest.raises(TypeError):
+                file.write(data)
+        assert file.write(array.array("H", [0x6261])) == 2
+    assert store.read(key) == b"ab"
 
 
 def test_a_version_is_described_renamed_and_removed(store):

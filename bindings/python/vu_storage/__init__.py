@@ -44,6 +44,7 @@ _WITH_INFO = 1
 _DRY_RUN, _BY_ACCESS, _CLEAN_ALL = 1, 2, 4
 
 PathLike = Union[str, "os.PathLike[str]"]
+Buffer = Union[bytes, bytearray, memoryview]
 
 
 class StorageError(Exception):
@@ -132,6 +133,11 @@ def _number(value: int, bits: int = 64) -> int:
 def _flags(*chosen: tuple[object, int]) -> int:
     """The flags whose argument is true."""
     return sum(flag for wanted, flag in chosen if wanted)
+
+
+def _bytes(data: Any) -> bytes:
+    # bytes() alone would make seven NULs of the number 7.
+    return data if isinstance(data, bytes) else bytes(memoryview(data))
 
 
 def _raw_path(path: PathLike) -> bytes:
@@ -272,9 +278,9 @@ class File(io.RawIOBase):
         return size.value
 
     def write(self, data: Any) -> int:
-        """Writes all bytes. They are flushed to the device by close()."""
+        """Writes all bytes of an object with a buffer. close() flushes them to the device."""
         self._check_open()
-        raw = bytes(data)
+        raw = _bytes(data)
         _check(_c.call("vu_stream_write", self._handle, raw, len(raw)))
         self._position += len(raw)
         return len(raw)
@@ -445,14 +451,15 @@ class Store:
                          byref(size))
         return size.value if _check(answer, _c.NOTHING_MATCHED) else None
 
-    def put(self, key: Key, data: Union[bytes, str], *, replace: bool = True,
+    def put(self, key: Key, data: Union[Buffer, str], *, replace: bool = True,
             in_place: bool = False) -> bool:
-        """Stores a version; a str as UTF-8. Returns False if the version exists and is kept.
+        """Stores a version from bytes or another object with a buffer; a str as UTF-8. Returns
+        False if the version exists and is kept.
 
         Storing is atomic: readers get the old version or the new one, also after a crash. With
         in_place the file is emptied and written instead: half the work, but not atomic.
         """
-        raw = data.encode() if isinstance(data, str) else bytes(data)
+        raw = data.encode() if isinstance(data, str) else _bytes(data)
         flags = _flags((replace, _REPLACE), (in_place, _IN_PLACE))
         return _check(
             _c.call("vu_put", self._handle, byref(key._document()), raw, len(raw), flags, None),
