@@ -1,12 +1,15 @@
 """The package against the library: every function, through the public interface."""
 
 import array
+import concurrent.futures
+import copy
 import ctypes
 import datetime
 import gc
 import io
 import os
 import pathlib
+import pickle
 import re
 import signal
 import subprocess
@@ -474,6 +477,34 @@ def test_lists_tell_keys(store):
     assert [entry.key.version for entry in store.versions(keys[0])] == [2, 10]
     assert "gerd" in store.owners("user")
     assert list(store.documents("user", "nobody")) == []
+
+
+def test_an_error_can_be_pickled_and_copied(store):
+    with pytest.raises(vu_storage.NotThere) as raised:
+        store.file_path(Key("docs", "greta", "missing.kdf", 1))
+    listed = vu_storage.PartlyListed(5, "vu_each_owner", "a text", "/a/path", 13, "refused")
+    listed.entries = [vu_storage.Entry(Key("docs", "greta", "a.kdf", 1), "00000001", None)]
+    for error in (raised.value, listed):
+        error.note = "added later"
+        copies = [pickle.loads(pickle.dumps(error, protocol))
+                  for protocol in range(pickle.HIGHEST_PROTOCOL + 1)]
+        for other in (*copies, copy.copy(error), copy.deepcopy(error)):
+            assert type(other) is type(error)
+            assert str(other) == str(error)
+            assert vars(other) == vars(error)
+            assert other.args == error.args
+    assert (listed.path, listed.system_code) == (pathlib.Path("/a/path"), 13)
+
+
+def _in_a_worker(_number):
+    raise vu_storage.AlreadyThere(20, "vu_open", "it exists", "", 0, "")
+
+
+def test_an_error_leaves_a_worker():
+    with concurrent.futures.ProcessPoolExecutor(1) as pool:
+        with pytest.raises(vu_storage.AlreadyThere) as raised:
+            pool.submit(_in_a_worker, 1).result(timeout=60)
+    assert (raised.value.name, raised.value.path) == ("VU_ALREADY", None)
 
 
 @pytest.mark.skipif(sys.platform != "linux", reason="needs a limit of open files")

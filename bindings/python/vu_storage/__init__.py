@@ -67,6 +67,11 @@ class StorageError(Exception):
         if system_text:
             parts.append(f": {system_text}")
         super().__init__("".join(parts) + f" [{self.name}]")
+        self._told = (status, operation, text, path, system_code, system_text)
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        # The base class would pass its one text to __init__, which takes six arguments.
+        return type(self), self._told, self.__dict__
 
 
 class NotThere(StorageError):
