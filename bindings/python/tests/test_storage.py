@@ -81,6 +81,14 @@ def test_a_second_store_joins(store):
     assert raised.value.name == "VU_BAD_HANDLE"
 
 
+def test_a_store_is_closed_when_nothing_refers_to_it(store):
+    handle = vu_storage.Store()._handle
+    status = _library.library.vu_folder(handle, 0, None, 0, _library.c_size_t())
+    assert vu_storage.StorageError(status, "", "", "", 0, "").name == "VU_BAD_HANDLE"
+    # The storage itself stays open.
+    assert store.folder().is_dir()
+
+
 def test_another_root_is_refused(store, tmp_path):
     with pytest.raises(vu_storage.Refused) as raised:
         vu_storage.Store(tmp_path)

@@ -414,6 +414,11 @@ class Store:
                 self._handle = None
             _check(answer)
 
+    def __del__(self) -> None:
+        handle, self._handle = getattr(self, "_handle", None), None
+        if handle is not None:
+            _c.abandon("vu_close_store", handle, self._process)
+
     def folder(self, area: Optional[str] = None) -> pathlib.Path:
         """The path of the folder "storage", or of an area folder in it."""
         number = 0 if area is None else _area(area)
