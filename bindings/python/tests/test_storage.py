@@ -162,6 +162,71 @@ def test_files_are_copied_in_and_out(store, tmp_path):
         store.copy_in(key, tmp_path / "missing")
 
 
+class _BytesPath:
+    def __init__(self, raw):
+        self._raw = raw
+
+    def __fspath__(self):
+        return self._raw
+
+
+def test_paths_may_be_bytes(store, tmp_path):
+    source = tmp_path / "größe"
+    source.write_bytes(b"bytes")
+    key = Key("docs", "carl", "bytes.kdf", 1)
+    for path in (os.fsencode(source), _BytesPath(os.fsencode(source))):
+        assert store.copy_in(key, path)
+    assert store.copy_out(key, os.fsencode(tmp_path / "out"))
+    assert (tmp_path / "out").read_bytes() == b"bytes"
+    for path in ("a\0b", b"a\0b"):
+        with pytest.raises(ValueError):
+            store.copy_in(key, path)
+    with pytest.raises(TypeError):
+        store.copy_in(key, 7)
+
+
+# Uses a storage in the folder that is in argv[1], by the paths that os and the package return.
+_COPY_A_FOLDER = """
+import os, pathlib, sys, vu_storage
+assert sys.getfilesystemencoding() == sys.argv[2], sys.getfilesystemencoding()
+folder = pathlib.Path(sys.argv[1])
+[name] = os.listdir(folder)
+with vu_storage.Store(folder / name, make_root=True) as store:
+    (folder / name / name).write_bytes(b"bytes")
+    key = vu_storage.Key("docs", "anna", "a.kdf", 1)
+    store.copy_in(key, folder / name / name)
+    assert store.folder() == folder / name / "storage", store.folder()
+    assert store.file_path(key).read_bytes() == b"bytes"
+    store.copy_out(key, folder / name / (name + "-out"))
+    assert (folder / name / (name + "-out")).read_bytes() == b"bytes"
+    try:
+        store.copy_in(key, folder / name / (name + "-missing"))
+    except vu_storage.NotThere as error:
+        assert error.path == folder / name / (name + "-missing"), error.path
+"""
+
+
+@pytest.mark.skipif(sys.platform != "linux", reason="there a path is bytes")
+@pytest.mark.parametrize("locale", ["C", "C.UTF-8", "de_DE.ISO-8859-1"])
+def test_paths_are_those_of_the_locale(tmp_path, locale):
+    environment = {**os.environ, "PYTHONPATH": str(pathlib.Path(__file__).parents[1]),
+                   "PYTHONUTF8": "0", "PYTHONCOERCECLOCALE": "0", "LC_ALL": locale}
+    if locale == "de_DE.ISO-8859-1":
+        environment["LOCPATH"] = str(tmp_path)
+        made = subprocess.run(["localedef", "-i", "de_DE", "-f", "ISO-8859-1", tmp_path / locale],
+                              capture_output=True)
+        if made.returncode != 0:
+            pytest.skip("localedef cannot compile this locale")
+    encoding = subprocess.run(
+        [sys.executable, "-c", "import sys; print(sys.getfilesystemencoding())"],
+        env=environment, check=True, capture_output=True, text=True).stdout.strip()
+    folder = tmp_path / "files"
+    (folder / "größe").mkdir(parents=True)
+    ran = subprocess.run([sys.executable, "-c", _COPY_A_FOLDER, str(folder), encoding],
+                         env=environment, capture_output=True, text=True)
+    assert (ran.returncode, ran.stderr) == (0, "")
+
+
 def test_an_open_version_is_a_file(store):
     key = Key("docs", "dora", "a.kdf", 1)
     with pytest.raises(vu_storage.NotThere):

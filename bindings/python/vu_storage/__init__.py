@@ -7,9 +7,9 @@
         store.put(report, b"Hello")
         print(store.read(report))
 
-Names and texts are str, contents of documents are bytes, paths are str or os.PathLike. Failures
-are exceptions derived from StorageError. A missing document is not a failure: the call returns
-None or False. A method that cannot return one of these raises NotThere.
+Names and texts are str, contents of documents are bytes, paths are str, bytes or
+os.PathLike. Failures are exceptions derived from StorageError. A missing document is not a failure:
+the call returns None or False. A method that cannot return one of these raises NotThere.
 
 Each method behaves as the C function of the same purpose. The head of vu/storage.h says which locks
 a call waits for, which threads may call, and what a crash leaves.
@@ -21,6 +21,7 @@ import ctypes
 import io
 import os
 import pathlib
+import sys
 from ctypes import byref
 from dataclasses import dataclass
 from datetime import datetime, timedelta, timezone
@@ -43,7 +44,7 @@ _REPLACE, _IN_PLACE = 1, 2
 _WITH_INFO = 1
 _DRY_RUN, _BY_ACCESS, _CLEAN_ALL = 1, 2, 4
 
-PathLike = Union[str, "os.PathLike[str]"]
+PathLike = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
 Buffer = Union[bytes, bytearray, memoryview]
 
 
@@ -122,7 +123,10 @@ def _text(raw: Optional[bytes]) -> str:
 
 
 def _raw(text: str) -> bytes:
-    raw = text.encode("utf-8", "surrogateescape")
+    return _without_nul(text.encode("utf-8", "surrogateescape"))
+
+
+def _without_nul(raw: bytes) -> bytes:
     if b"\0" in raw:
         raise ValueError("a name contains a NUL")
     return raw
@@ -145,15 +149,22 @@ def _bytes(data: Any) -> bytes:
     return data if isinstance(data, bytes) else bytes(memoryview(data))
 
 
+def _path_text(raw: bytes) -> str:
+    # As os.listdir() decodes it: that is not _text() if the locale is not UTF-8.
+    return _text(raw) if sys.platform == "win32" else os.fsdecode(raw)
+
+
 def _raw_path(path: PathLike) -> bytes:
-    return _raw(os.fspath(path))
+    if sys.platform == "win32":
+        return _raw(os.fsdecode(path))
+    return _without_nul(os.fsencode(path))
 
 
 def _error(answer: _c.Answer, kind: Optional[type[StorageError]] = None) -> StorageError:
     told = answer.problem
     assert told is not None
     kind = kind or _KINDS.get(answer.status, StorageError)
-    return kind(told.status, _text(told.operation), _text(told.text), _text(told.path),
+    return kind(told.status, _text(told.operation), _text(told.text), _path_text(told.path),
                 told.system_code, _text(told.system_text))
 
 
@@ -166,7 +177,7 @@ def _check(answer: _c.Answer, *expected: int) -> bool:
     raise _error(answer)
 
 
-def _ask_text(ask: Callable[[Any, int, Any], _c.Answer], *expected: int) -> Optional[str]:
+def _ask(ask: Callable[[Any, int, Any], _c.Answer], *expected: int) -> Optional[bytes]:
     """A text of any length: repeats the call with more room while the text grows."""
     room = 256
     while True:
@@ -176,9 +187,20 @@ def _ask_text(ask: Callable[[Any, int, Any], _c.Answer], *expected: int) -> Opti
         if answer.status == _c.TOO_SHORT:
             room = size.value + 1
         elif _check(answer, *expected):
-            return _text(buffer.raw[: size.value])
+            return buffer.raw[: size.value]
         else:
             return None
+
+
+def _ask_text(ask: Callable[[Any, int, Any], _c.Answer], *expected: int) -> Optional[str]:
+    raw = _ask(ask, *expected)
+    return None if raw is None else _text(raw)
+
+
+def _ask_path(ask: Callable[[Any, int, Any], _c.Answer]) -> pathlib.Path:
+    raw = _ask(ask)
+    assert raw is not None
+    return pathlib.Path(_path_text(raw))
 
 
 @dataclass(frozen=True)
@@ -422,9 +444,7 @@ class Store:
     def folder(self, area: Optional[str] = None) -> pathlib.Path:
         """The path of the folder "storage", or of an area folder in it."""
         number = 0 if area is None else _area(area)
-        path = _ask_text(lambda *out: _c.call("vu_folder", self._handle, number, *out))
-        assert path is not None
-        return pathlib.Path(path)
+        return _ask_path(lambda *out: _c.call("vu_folder", self._handle, number, *out))
 
     # ---- documents -----------------------------------------------------------------------------
 
@@ -514,10 +534,8 @@ class Store:
     def file_path(self, key: Key) -> pathlib.Path:
         """The path of the version's file; raises NotThere if the version does not exist."""
         document = key._document()
-        path = _ask_text(
+        return _ask_path(
             lambda *out: _c.call("vu_file_path", self._handle, byref(document), *out))
-        assert path is not None
-        return pathlib.Path(path)
 
     def latest(self, key: Key) -> Optional[int]:
         """The greatest version of a name; None if there is none."""
