@@ -109,6 +109,44 @@ def test_what_is_put_is_read(store, area, data):
     assert store.read_text(key) == "text ü"
 
 
+def test_storing_tells_how(store, tmp_path):
+    Stored = vu_storage.Stored
+    source = tmp_path / "in"
+    source.write_bytes(b"copied")
+    key = Key("user", "anna", "how", 1)
+    assert store.put(key, b"1") is Stored.AT_ONCE
+    assert store.put(key, b"2") is Stored.AT_ONCE
+    assert store.put(key, b"3", in_place=True) is Stored.IN_PLACE
+    assert store.put(key, b"4", replace=False) is Stored.NOT_STORED
+    assert store.copy_in(key, source) is Stored.AT_ONCE
+    assert store.copy_in(key, source, replace=False) is Stored.NOT_STORED
+    assert store.read(key) == b"copied"
+    # A file with the name of the document is served for it, so only a write in place changes it.
+    (store.folder("user") / "anna" / "own").write_bytes(b"own")
+    own = Key("user", "anna", "own")
+    assert store.put(own, b"bytes") is Stored.IN_PLACE
+    assert store.copy_in(own, source) is Stored.IN_PLACE
+    assert store.read(own) == b"copied"
+    assert [bool(how) for how in Stored] == [False, True, True]
+    with pytest.raises(vu_storage.Refused) as raised:
+        store.put(Key("user", "anna", "..", 1), b"x")
+    assert raised.value.stored is Stored.NOT_STORED
+
+
+def test_an_error_tells_how_a_version_was_stored(store):
+    key = Key("user", "anna", "line.txt", 1)
+    category = Key("user", "anna", "list.ctg")
+    store.put(key, b"old")
+    store.put(category, b"line.txt=1\n")
+    # Replacing the version removes its line from the category file, which is locked.
+    with vu_storage.Store(wait=datetime.timedelta(0)) as hurried, store.open(category):
+        with pytest.raises(vu_storage.StorageError) as raised:
+            hurried.put(key, b"new")
+    assert raised.value.name == "VU_PARTLY_DONE"
+    assert raised.value.stored is vu_storage.Stored.AT_ONCE
+    assert store.read(key) == b"new"
+
+
 def test_only_bytes_and_texts_are_stored(store):
     key = Key("docs", "anna", "kinds.kdf", 1)
     store.put(key, b"old")

@@ -18,6 +18,7 @@ a call waits for, which threads may call, and what a crash leaves.
 from __future__ import annotations
 
 import ctypes
+import enum
 import io
 import os
 import pathlib
@@ -31,7 +32,7 @@ from . import _library as _c
 
 __all__ = [
     "LATEST", "AlreadyThere", "Entry", "File", "Info", "Key", "LockTimeout", "NotThere", "Outdated",
-    "PartlyListed", "Refused", "StorageError", "Store", "Trace", "set_trace", "version",
+    "PartlyListed", "Refused", "StorageError", "Store", "Stored", "Trace", "set_trace", "version",
     "version_number",
 ]
 
@@ -48,15 +49,30 @@ PathLike = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
 Buffer = Union[bytes, bytearray, memoryview]
 
 
+class Stored(enum.IntEnum):
+    """How a version was stored. Only NOT_STORED is false."""
+
+    NOT_STORED = 0
+    """It existed, and was kept."""
+    AT_ONCE = 1
+    """Atomically: readers get the old version or the new one, also after a crash."""
+    IN_PLACE = 2
+    """The file was emptied and written: an interruption can leave a part."""
+
+
 class StorageError(Exception):
     """A failed call. Attributes: status (a number), name (of the status), operation (the call),
     text (what happened), path (or None), system_code (0 without a failure of the system).
 
-    The status VU_PARTLY_DONE is an error as well, although the main change of the call is made."""
+    The status VU_PARTLY_DONE is an error as well, although the main change of the call is made.
+    After put() and copy_in() stored then says how; otherwise it is Stored.NOT_STORED."""
+
+    stored: Stored
 
     def __init__(self, status: int, operation: str, text: str, path: str, system_code: int,
                  system_text: str) -> None:
         self.status = status
+        self.stored = Stored.NOT_STORED
         self.name: str = _c.library.vu_status_name(status).decode()
         self.operation = operation
         self.text = text
@@ -175,6 +191,15 @@ def _check(answer: _c.Answer, *expected: int) -> bool:
     if answer.status in expected:
         return False
     raise _error(answer)
+
+
+def _stored(answer: _c.Answer, how: ctypes.c_int32) -> Stored:
+    stored = Stored(how.value)
+    if answer.status not in (_c.DONE, _c.ALREADY):
+        error = _error(answer)
+        error.stored = stored
+        raise error
+    return stored
 
 
 def _ask(ask: Callable[[Any, int, Any], _c.Answer], *expected: int) -> Optional[bytes]:
@@ -482,26 +507,31 @@ class Store:
         return size.value if _check(answer, _c.NOTHING_MATCHED) else None
 
     def put(self, key: Key, data: Union[Buffer, str], *, replace: bool = True,
-            in_place: bool = False) -> bool:
-        """Stores a version from bytes or another object with a buffer; a str as UTF-8. Returns
-        False if the version exists and is kept.
+            in_place: bool = False) -> Stored:
+        """Stores a version from bytes or another object with a buffer; a str as UTF-8. Returns how:
+        Stored.NOT_STORED, which is false, if the version exists and is kept.
 
         Storing is atomic: readers get the old version or the new one, also after a crash. With
-        in_place the file is emptied and written instead: half the work, but not atomic.
+        in_place the file is emptied and written instead: half the work, but not atomic. The same
+        happens if the folder contains a file with the name of the document. Then put() returns
+        Stored.IN_PLACE.
         """
         raw = data.encode() if isinstance(data, str) else _bytes(data)
         flags = _flags((replace, _REPLACE), (in_place, _IN_PLACE))
-        return _check(
-            _c.call("vu_put", self._handle, byref(key._document()), raw, len(raw), flags, None),
-            _c.ALREADY)
+        how = ctypes.c_int32()
+        return _stored(
+            _c.call("vu_put", self._handle, byref(key._document()), raw, len(raw), flags,
+                    byref(how)),
+            how)
 
-    def copy_in(self, key: Key, path: PathLike, *, replace: bool = True) -> bool:
-        """Stores a file, with its modification time; atomically, as put(). Returns False if the
-        version exists and is kept; raises NotThere if there is no such file."""
-        return _check(
+    def copy_in(self, key: Key, path: PathLike, *, replace: bool = True) -> Stored:
+        """Stores a file, with its modification time. Atomic as put(), and returns how as put().
+        Raises NotThere if there is no such file."""
+        how = ctypes.c_int32()
+        return _stored(
             _c.call("vu_copy_in", self._handle, byref(key._document()), _raw_path(path),
-                    _flags((replace, _REPLACE)), None),
-            _c.ALREADY)
+                    _flags((replace, _REPLACE)), byref(how)),
+            how)
 
     def copy_out(self, key: Key, path: PathLike, *, replace: bool = True) -> bool:
         """Copies a version to a file, with its modification time. Returns False if the file exists
