@@ -747,6 +747,38 @@ def test_several_threads_use_one_store(store):
         assert len(list(store.versions(Key("docs", f"thread-{number}", "a.kdf")))) == 10
 
 
+_DAEMONS = """
+import sys, threading, time, vu_storage
+store = vu_storage.Store(sys.argv[1], make_root=True)
+key = vu_storage.Key("user", "anna", "a", 1)
+file = store.open(key, "w")
+for version in range(30):
+    store.put(vu_storage.Key("user", "anna", "b", version), b"x")
+if sys.argv[2] == "trace":
+    vu_storage.set_trace(lambda _: None)
+works = {"trace": lambda: store.exists(key), "list": lambda: list(store.documents("user", "anna")),
+         "wait": lambda: store.read(key)}
+
+def work():
+    while True:
+        works[sys.argv[2]]()
+
+for _ in range(3):
+    threading.Thread(target=work, daemon=True).start()
+time.sleep(0.1)
+"""
+
+
+@pytest.mark.parametrize("what", ["trace", "list", "wait"])
+def test_a_process_with_daemon_threads_ends(tmp_path, what):
+    environment = {**os.environ, "PYTHONPATH": str(pathlib.Path(__file__).parents[1])}
+    for number in range(1 if what == "wait" else 3):
+        ran = subprocess.run(
+            [sys.executable, "-B", "-c", _DAEMONS, str(tmp_path / str(number)), what],
+            env=environment, capture_output=True, text=True, timeout=60)
+        assert (ran.returncode, ran.stderr) == (0, "")
+
+
 def test_every_public_thing_has_a_docstring():
     for name in vu_storage.__all__:
         thing = getattr(vu_storage, name)

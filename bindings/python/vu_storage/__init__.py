@@ -12,11 +12,13 @@ os.PathLike. Failures are exceptions derived from StorageError. A missing docume
 the call returns None or False. A method that cannot return one of these raises NotThere.
 
 Each method behaves as the C function of the same purpose. The head of vu/storage.h says which locks
-a call waits for, which threads may call, and what a crash leaves.
+a call waits for, which threads may call, and what a crash leaves. Do not call the library from
+daemon threads: the process can abort when the interpreter ends during a long call.
 """
 
 from __future__ import annotations
 
+import atexit
 import ctypes
 import enum
 import io
@@ -778,3 +780,10 @@ def set_trace(tell: Optional[Callable[[Trace], None]], level: int = 4) -> None:
     _check(_c.call("vu_set_trace", sink, None, _number(level, 32)))
     # The library keeps only the pointer: Python must keep the callback alive.
     _sink = sink
+
+
+@atexit.register
+def _clear_sink() -> None:
+    # Keeps _sink: a daemon thread may be inside the callback.
+    if _sink:
+        _c.call("vu_set_trace", _c.TraceSink(), None, -1)

@@ -8,6 +8,7 @@ import collections
 import ctypes
 import os
 import sys
+import time
 from ctypes import (
     CFUNCTYPE,
     POINTER,
@@ -177,6 +178,9 @@ _DONE = Answer(DONE)
 #: The threads that are between the start of a call and the end of reading its error.
 _inside: set[int] = set()
 
+#: The thread that ends the interpreter. All others that still exist are daemon threads.
+_ending: Optional[int] = None
+
 #: Handles to close: the name of the function, the handle, and the process that opened it.
 _abandoned: collections.deque[tuple[str, Any, int]] = collections.deque()
 
@@ -188,10 +192,13 @@ def _problem() -> Problem:
                    error.system_text)
 
 
-def _call_here(name: str, *arguments: Any) -> Answer:
+def _call_here(name: str, *arguments: Any, may_stop: bool = False) -> Answer:
     thread = _thread.get_ident()
     try:
         _inside.add(thread)
+        if may_stop and _ending not in (None, thread):
+            _inside.discard(thread)
+            _stop_this_thread()
         status = getattr(library, name)(*arguments)
         return _DONE if status == DONE else Answer(status, _problem())
     finally:
@@ -230,7 +237,7 @@ def call(name: str, *arguments: Any) -> Answer:
     if _thread.get_ident() in _inside:
         return _call_elsewhere(name, *arguments)
     close_abandoned()
-    answer = _call_here(name, *arguments)
+    answer = _call_here(name, *arguments, may_stop=True)
     close_abandoned()
     return answer
 
@@ -272,6 +279,24 @@ def _forked() -> None:
     _abandoned.clear()
 
 
+def _stop_this_thread() -> None:
+    never = _thread.allocate_lock()
+    never.acquire()
+    never.acquire()
+
+
+def _end() -> None:
+    """Python ends a daemon thread when a callback of the library needs the interpreter, and the
+    process then aborts. So no daemon thread starts a call now, and those inside a call get a second
+    to leave it: a wait for a lock can be endless."""
+    global _ending
+    _ending = _thread.get_ident()
+    last = time.monotonic() + 1
+    while _inside - {_ending} and time.monotonic() < last:
+        time.sleep(0.001)
+    close_abandoned()
+
+
 if hasattr(os, "register_at_fork"):
     os.register_at_fork(after_in_child=_forked)
-atexit.register(close_abandoned)
+atexit.register(_end)
