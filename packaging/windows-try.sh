@@ -167,6 +167,26 @@ try_installer() {
 
 # ---- signatures ---------------------------------------------------------------------------------------
 
+# There must be no installer when the command fails for the uninstaller (its first call) or for the installer.
+try_failing_signer() {
+  local call
+  say "testing a command that cannot sign"
+  for call in 1 2; do
+    rm -rf "$work/signing"
+    mkdir -p "$work/signing"
+    cat >"$work/signing/sign" <<SIGN
+#!/bin/sh
+echo "\$1" >>"$work/signing/calls"
+[ "\$(wc -l <"$work/signing/calls")" != $call ]
+SIGN
+    chmod +x "$work/signing/sign"
+    ! (VU_SIGN=$work/signing/sign make_installer "$tree" "$work/signing/$name-setup.exe") >"$work/signing/log" 2>&1 ||
+      die "the installer is created although signing failed in call $call"
+    [ "$(wc -l <"$work/signing/calls")" = $call ] || die "the command that signs was not called $call times: see $work/signing/log"
+    [ ! -e "$work/signing/$name-setup.exe" ] || die "an unsigned installer remains: $work/signing/$name-setup.exe"
+  done
+}
+
 # A release is signed by the command in VU_SIGN. This test creates an untrusted, temporary certificate instead.
 try_signing() {
   say "testing a signed installer, with a temporary certificate"

@@ -12,8 +12,8 @@ SetCompressor /SOLID lzma
 ManifestSupportedOS all
 ManifestDPIAware true
 !ifdef SIGN
-  !uninstfinalize '${SIGN} "%1"'
-  !finalize '${SIGN} "%1"'
+  !uninstfinalize '${SIGN} "%1"' = 0
+  !finalize '${SIGN} "%1"' = 0
 !endif
 
 !include LogicLib.nsh

@@ -74,8 +74,12 @@ make_installer() {
   local -a sign=()
   [ -z "${VU_SIGN-}" ] || sign=(-DSIGN="\"$VU_SIGN\"")
   python3 packaging/windows_files.py "$1" "$work/files.nsh"
-  quietly "$work/nsis.log" "creating the installer" makensis -V2 -WX -DVERSION="$version" -DTREE="$1" \
-    -DLIST="$work/files.nsh" -DOUTPUT="$2" "${sign[@]}" packaging/windows.nsi
+  # makensis leaves the installer when the command that signs it fails.
+  (quietly "$work/nsis.log" "creating the installer" makensis -V2 -WX -DVERSION="$version" -DTREE="$1" \
+    -DLIST="$work/files.nsh" -DOUTPUT="$2" "${sign[@]}" packaging/windows.nsi) || {
+    rm -f "$2"
+    exit 1
+  }
 }
 
 pack() {
@@ -95,6 +99,7 @@ pack
 try_zip
 try_installer
 try_signing
+try_failing_signer
 end_wine
 rm -rf "$work"/wine-zip "$work"/wine-installer "$work"/wine-signed "$work/signing"
 say "Windows packages: $work/$name.zip, $work/$name-setup.exe${VU_SIGN:+, signed by $VU_SIGN}"
