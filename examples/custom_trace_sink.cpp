@@ -6,17 +6,16 @@
 
 #include <filesystem>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
 #include "vu_host.h"
 #include "vu_storage.h"
 
-using vu_host::trace_event;
-using vu_host::trace_level;
-using vu_host::trace_site;
+using vu_host::trace_event, vu_host::trace_level, vu_host::trace_site;
 
-class PocoSink final : public vu_host::trace_sink {
+class PocoSink final : public vu_host::sink {
  public:
   explicit PocoSink(const std::string& path)
       : m_file(new Poco::FileChannel(path)),
@@ -33,7 +32,6 @@ class PocoSink final : public vu_host::trace_sink {
   void scope_begin(const trace_site& site, trace_level, std::string_view label) noexcept override {
     log(site, label.empty() ? site.signature : label, Poco::Message::PRIO_DEBUG);
   }
-  void scope_end(const trace_site&, trace_level) noexcept override {}
   void scope_message(const trace_site& site, std::string_view text) noexcept override {
     log(site, text, Poco::Message::PRIO_DEBUG);
   }
@@ -59,20 +57,22 @@ class PocoSink final : public vu_host::trace_sink {
 };
 
 int main(int argc, char** argv) try {
-  const std::filesystem::path folder = argc > 1 ? argv[1] : "custom-trace-sink";
+  const std::string folder = argc > 1 ? argv[1] : "custom-trace-sink";
   std::filesystem::create_directories(folder);
-  static PocoSink sink((folder / "storage.log").string());
+  const std::string log = folder + "/storage.log";
+  static PocoSink sink(log);
   vu_host::install({&sink, nullptr, nullptr, nullptr});
-  if (!vu_storage::initRootStorage(folder.string(), true, false)) return 1;
+  if (!vu_storage::initRootStorage(folder, true, false)) throw std::runtime_error("see " + log);
   vu_storage storage;
   for (int n = 0; n < 30; ++n) {
     vu_file file;
     storage.OpenWrite(file, "anna", "note.kdf", STG::CorporateRepository, true, n);
+    if (!file.is_open()) throw std::runtime_error("cannot write note.kdf; see " + log);
     storage.Write(file, "text");
     storage.Close(file);
   }
-  std::cout << "traced to " << (folder / "storage.log").string() << " and older files there\n";
-  return std::filesystem::exists(folder / "storage.log.0") ? 0 : 1;
+  std::cout << "traced to " << log << " and older files there\n";
+  return std::cout.flush() && std::filesystem::exists(log + ".0") ? 0 : 1;
 } catch (const std::exception& failure) {
   std::cerr << "custom_trace_sink: " << failure.what() << "\n";
   return 1;

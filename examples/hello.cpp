@@ -8,6 +8,7 @@ int main(int argc, char** argv) try {
   const vu::key greeting{vu::area::docs, "anna", "greeting.kdf", 20240501};
   store.put(greeting, "Hello, storage!\n");
   std::cout << store.read(greeting).value();
+  return std::cout.flush() ? 0 : 1;
 } catch (const vu::error& error) {
   std::cerr << error.what() << "\n";
   return 1;

@@ -35,5 +35,5 @@ int main(int argc, char** argv) {
   if (file.is_open()) storage.Read(file, text, 0);
   storage.Close(file);
   std::cout << text;
-  return text == greeting ? 0 : 1;
+  return text == greeting && std::cout.flush() ? 0 : 1;
 }

@@ -67,4 +67,5 @@ int main(int argc, char** argv) {
   }
   std::cout << vu_storage::getConfigDirPath() << ": " << loaded[0].name << " = " << loaded[0].value
             << "\n";
+  return std::cout.flush() ? 0 : 1;
 }

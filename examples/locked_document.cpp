@@ -29,8 +29,8 @@ opened open_in_time(vu_file& file, const std::string& name, long timestamp) {
   if (!vu_storage::createUserOrDomainNameDirectory("anna", name, kType, folder, false))
     return opened::missing;
   for (;;) {
-    // IsFileExist() waits for a writer of the index, so test the lock first. It still waits for a
-    // writer that locks the index after this test. (C interface: vu_settings::wait_ms limits it.)
+    // IsFileExist() waits for writers of the index, so test its lock first. It still waits for one
+    // that locks it after this test. (C interface: vu_settings::wait_ms limits it.)
     vu_file index;
     opened result = open_at_once(index, folder, "index.dat");
     if (result == opened::yes) index.close();
@@ -44,36 +44,36 @@ opened open_in_time(vu_file& file, const std::string& name, long timestamp) {
   }
 }
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   const std::filesystem::path root = argc > 1 ? argv[1] : "locked-document";
-  std::error_code error;
-  std::filesystem::create_directories(root, error);
-  // Prints warnings and errors to the standard error output.
-  static vu_host::problem_sink problems;
+  std::filesystem::create_directories(root);
+  static vu_host::problem_sink problems;  // prints warnings and errors
   vu_host::install({&problems, nullptr, nullptr, nullptr});
-  if (error || !vu_storage::initRootStorage(root.string(), true, false)) return 1;
-
+  if (!vu_storage::initRootStorage(root.string(), true, false)) return 1;
   vu_storage storage;
   vu_file held, reader;
+  std::string folder, text;
   storage.OpenWrite(held, "anna", "plan.kdf", STG::CorporateRepository, true, 7);
   if (!held.is_open()) return 1;
   storage.Write(held, "all of the plan");
   const bool gave_up = open_in_time(reader, "plan.kdf", 7) == opened::locked;
   std::cout << (gave_up ? "locked: gave up after 200 ms\n" : "not locked\n");
   storage.Close(held);
-
-  std::string folder;
   storage.IsFileExist("anna", "plan.kdf", STG::CorporateRepository, 7, &folder, nullptr);
   held = vu_file(folder, "index.dat");
   held.open(vu_file::o_append);
   const bool again = open_in_time(reader, "plan.kdf", 7) == opened::locked;
   std::cout << (again ? "index locked: gave up after 200 ms\n" : "index not locked\n");
   held.close();
-
   if (open_in_time(reader, "plan.kdf", 7) != opened::yes) return 1;
-  std::string text;
   storage.Read(reader, text, 0);
   storage.Close(reader);
   std::cout << "then read: " << text << "\n";
-  return gave_up && again && text == "all of the plan" ? 0 : 1;
+  return gave_up && again && text == "all of the plan" && std::cout.flush() ? 0 : 1;
+} catch (const vu_file_except& failure) {
+  std::cerr << "locked_document: " << failure.what() << "\n";
+  return 1;
+} catch (const std::exception& failure) {
+  std::cerr << "locked_document: " << failure.what() << "\n";
+  return 1;
 }

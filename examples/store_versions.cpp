@@ -50,7 +50,7 @@ int main(int argc, char** argv) {
   try {
     const long latest = vu_storage::getLattestTimestamp(owner, name, STG::CorporateRepository);
     std::cout << "the latest version of " << name << " is " << latest << "\n";
-    return latest == 20240331 ? 0 : 1;
+    return latest == 20240331 && std::cout.flush() ? 0 : 1;
   } catch (const vu_file_except& failure) {
     std::cerr << "cannot read the index of " << name << ": " << failure.what() << "\n";
     return 1;

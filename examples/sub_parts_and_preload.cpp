@@ -4,12 +4,12 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 
 #include "vu_storage.h"
 
 namespace fs = std::filesystem;
-
 namespace {
 const std::string owner = "anna";
 const std::string document = "report.kdc";
@@ -42,38 +42,38 @@ std::string serve_part() {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   const fs::path folder = argc > 1 ? argv[1] : "sub-parts";
-  std::error_code error;
-  fs::create_directories(folder, error);
-  if (error || !vu_storage::initRootStorage(folder.string(), true, false)) {
-    std::cerr << "cannot open a storage in " << folder << ": is the folder writable?\n";
-    return 1;
-  }
+  fs::create_directories(folder);
+  if (!vu_storage::initRootStorage(folder.string(), true, false))
+    throw std::runtime_error("cannot open a storage in " + folder.string());
   // Storing a document removes the sub-parts of its old text.
   const fs::path source = folder / "source.txt";
   if (!(std::ofstream(source, std::ios::binary) << "figures\n").flush() ||
       !vu_storage::copyToStorage(source.string(), owner, document, STG::CorporateRepository, true,
-                                 0)) {
-    std::cerr << "cannot store " << document << ": is " << folder << " writable?\n";
-    return 1;
-  }
+                                 0))
+    throw std::runtime_error("cannot store " + document + ": is the folder writable?");
   std::cout << "first:  " << serve_part() << "second: " << serve_part();
-
   // copyFile() keeps the modification time: the preload copy is newer and replaces the sub-part.
   const fs::path loaded = folder / "loaded.html";
   if (!(std::ofstream(loaded, std::ios::binary) << "<p>loaded ahead of time</p>\n").flush())
-    return 1;
+    throw std::runtime_error("cannot write " + loaded.string());
   fs::last_write_time(loaded, fs::last_write_time(loaded) + std::chrono::minutes(1));
   std::string dir, file;
   if (!vu_storage().IsFileExist(owner, document, STG::CorporateRepository, 0, &dir, &file))
-    return 1;
+    throw std::runtime_error("cannot find " + document);
   const std::string preload =
       dir + "\\" + file + "_" + vu_storage::getTdcTimeStamp() + "\\html\\preload";
   if (!vu_file::createDir(preload) ||
       !vu_file::copyFile(loaded.string(), preload + "\\" + part, true))
-    return 1;
+    throw std::runtime_error("cannot write the preload copy in " + preload);
   const std::string third = serve_part();
   std::cout << "third:  " << third;
-  return third == "<p>loaded ahead of time</p>\n" ? 0 : 1;
+  return third == "<p>loaded ahead of time</p>\n" && std::cout.flush() ? 0 : 1;
+} catch (const vu_file_except& failure) {
+  std::cerr << "sub_parts_and_preload: " << failure.what() << "\n";
+  return 1;
+} catch (const std::exception& failure) {
+  std::cerr << "sub_parts_and_preload: " << failure.what() << "\n";
+  return 1;
 }

@@ -7,6 +7,7 @@
 
 #include <filesystem>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 
 #include "vu_storage.h"
@@ -22,7 +23,7 @@ int write() {
   vu_storage storage;
   vu_file file;
   storage.OpenWrite(file, owner, document, STG::CorporateRepository, true, version);
-  if (!file.is_open()) return 1;
+  if (!file.is_open()) throw std::runtime_error("cannot write " + document);
   std::cout << "open" << std::endl;
   std::string word;
   std::cin >> word;
@@ -39,27 +40,27 @@ int read(const std::string& program, const std::string& folder) {
       Poco::Process::launch(program, {folder, "write"}, &to_writer, &from_writer, nullptr);
   Poco::PipeInputStream answers(from_writer);
   std::string word;
-  if (!(answers >> word) || word != "open") return 1;
+  if (!(answers >> word) || word != "open") throw std::runtime_error("the writer has ended");
 
-  std::string dir;
-  std::string name;
+  std::string dir, name;
   vu_storage storage;
   if (!storage.IsFileExist(owner, document, STG::CorporateRepository, version, &dir, &name))
-    return 1;
+    throw std::runtime_error("cannot find " + document);
   vu_file file(dir, name);
   bool refused = false;
-  if (!file.try_open(vu_file::o_read, refused, true) || !refused) return 1;
+  if (!file.try_open(vu_file::o_read, refused, true) || !refused)
+    throw std::runtime_error(document + " is not locked by the writer");
   std::cout << "another process writes the document\n";
   file.close();  // the file is open without a lock and must not be read
-
   Poco::PipeOutputStream(to_writer) << "go" << std::endl;
   std::string text;
   storage.OpenRead(file, owner, document, STG::CorporateRepository, version);  // waits for the lock
   if (file.is_open()) storage.Read(file, text, 0);
   storage.Close(file);
   const int ended = writer.wait();
+  if (ended != 0 || text != "all of the plan\n") throw std::runtime_error("read: " + text);
   std::cout << "read: " << text;
-  return ended == 0 && text == "all of the plan\n" ? 0 : 1;
+  return std::cout.flush() ? 0 : 1;
 }
 
 }  // namespace
@@ -67,7 +68,7 @@ int read(const std::string& program, const std::string& folder) {
 int main(int argc, char** argv) try {
   const std::string folder = argc > 1 ? argv[1] : "two-processes";
   std::filesystem::create_directories(folder);
-  if (!vu_storage::initRootStorage(folder, true, false)) return 1;
+  if (!vu_storage::initRootStorage(folder, true, false)) throw std::runtime_error("no storage");
   return argc > 2 ? write() : read(argv[0], folder);
 } catch (const Poco::Exception& failure) {
   std::cerr << "two_processes: " << failure.displayText() << "\n";
