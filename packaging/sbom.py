@@ -32,7 +32,7 @@ MATERIALS = [
     {"name": "fmt", "debian": "libfmt-dev", "licence": "MIT",
      "what": "the client's text, headers only", "how": {"windows": "STATIC_LINK", "debian": "STATIC_LINK"}},
     {"name": "xxHash", "debian": "libxxhash-dev", "licence": "BSD-2-Clause",
-     "what": "the client's checksums, headers only", "how": {"windows": "STATIC_LINK", "debian": "STATIC_LINK"}},
+     "what": "checksums and tables of names, headers only", "how": {"windows": "STATIC_LINK", "debian": "STATIC_LINK"}},
     {"name": "GCC runtime libraries", "debian": "gcc-mingw-w64-x86-64-posix-runtime", "licence": "GPL-3.0-or-later WITH GCC-exception-3.1",
      "what": "libstdc++-6.dll and libgcc_s_seh-1.dll", "how": {"windows": "CONTAINS"}},
     {"name": "MinGW-w64 runtime", "debian": "mingw-w64-x86-64-dev", "licence": "ZPL-2.1 AND MIT AND BSD-3-Clause",
