@@ -58,7 +58,9 @@ install_and_try() {
   done
   [ "$(inside stgctl --version)" = "stgctl $version" ] || die "the installed 'stgctl --version' does not print $version"
   local file
-  for file in doc/vu-storage-doc/site/index.html bash-completion/completions/stgctl \
+  for file in doc/vu-storage-doc/site/index.html \
+    doc/vu-storage-doc/licences/doxygen-jquery.txt doc/libvu-storage1/licences/{utfcpp,xxhash}.txt \
+    doc/stgctl/licences/{cli11,fmt,nlohmann-json,utfcpp,xxhash}.txt bash-completion/completions/stgctl \
     zsh/vendor-completions/_stgctl fish/vendor_completions.d/stgctl.fish; do
     inside test -f "/usr/share/$file" || die "no package contains /usr/share/$file: add it to packaging/debian/rules"
   done
