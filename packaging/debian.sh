@@ -58,7 +58,7 @@ install_and_try() {
   done
   [ "$(inside stgctl --version)" = "stgctl $version" ] || die "the installed 'stgctl --version' does not print $version"
   local file
-  for file in doc/vu-storage-doc/site/index.html \
+  for file in doc/vu-storage-doc/site/index.html doc/vu-storage-doc/examples/hello_classes.cpp \
     doc/vu-storage-doc/licences/doxygen-jquery.txt doc/libvu-storage1/licences/{utfcpp,xxhash}.txt \
     doc/stgctl/licences/{cli11,fmt,nlohmann-json,utfcpp,xxhash}.txt bash-completion/completions/stgctl \
     zsh/vendor-completions/_stgctl fish/vendor_completions.d/stgctl.fish; do
@@ -66,6 +66,10 @@ install_and_try() {
   done
   quietly "$work/example.log" "building an example of vu-storage-doc" inside sh -c \
     'g++ -std=c++17 /usr/share/doc/vu-storage-doc/examples/hello.cpp -o /try/hello -lvu_storage && cd /try && ./hello'
+  # Without -B: Python writes its cache beside the package, and the removal must remove it.
+  quietly "$work/python.log" "importing the Python package" inside env PYTHONPATH=/usr/share/vu_storage/python \
+    python3 -c 'import vu_storage'
+  inside test -d /usr/share/vu_storage/python/vu_storage/__pycache__ || die "Python wrote no cache: correct this test"
   say "removing the packages"
   quietly "$work/remove.log" "removing the packages" inside apt-get -y -q purge libvu-storage1 libvu-storage-dev \
     stgctl vu-storage-doc
