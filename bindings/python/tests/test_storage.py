@@ -71,6 +71,22 @@ def test_the_version_is_that_of_the_package():
     assert f'version = "{vu_storage.version()}"' in text
 
 
+def test_on_windows_the_library_is_found_in_path(tmp_path, monkeypatch):
+    for name in ("first", "second", "empty"):
+        (tmp_path / name).mkdir()
+    for name in ("first", "second"):
+        (tmp_path / name / "vu_storage.dll").write_bytes(b"")
+    monkeypatch.delenv("VU_STORAGE_LIBRARY", raising=False)
+    monkeypatch.chdir(tmp_path)
+    monkeypatch.setattr(sys, "platform", "win32")
+    folders = ["", "second", tmp_path / "empty", f'"{tmp_path / "second"}"', tmp_path / "first"]
+    monkeypatch.setenv("PATH", os.pathsep.join(str(folder) for folder in folders))
+    assert _library._names() == [str(tmp_path / "second" / "vu_storage.dll"),
+                                 str(tmp_path / "first" / "vu_storage.dll"), "vu_storage.dll"]
+    monkeypatch.delenv("PATH")
+    assert _library._names() == ["vu_storage.dll"]
+
+
 def test_a_second_store_joins(store):
     with vu_storage.Store() as second:
         assert not second.initialised

@@ -109,15 +109,22 @@ _FUNCTIONS = {
 
 def _names() -> list[str]:
     """Names of the library to try: VU_STORAGE_LIBRARY, or the name for the system's loader. On
-    Windows the folder "bin" of the installation that contains this file comes first."""
+    Windows the folder "bin" of the installation that contains this file comes first, then PATH: the
+    system does not search PATH for the DLLs of Python."""
     named = os.environ.get("VU_STORAGE_LIBRARY")
     if named:
         return [os.path.abspath(named) if os.path.exists(named) else named]
     if sys.platform != "win32":
         return ["libvu_storage.so.1"]
     tree = os.path.abspath(os.path.join(os.path.dirname(__file__), *[os.pardir] * 4))
-    beside = os.path.join(tree, "bin", "vu_storage.dll")
-    return [beside, "vu_storage.dll"] if os.path.exists(beside) else ["vu_storage.dll"]
+    folders = [os.path.join(tree, "bin")]
+    for folder in os.environ.get("PATH", "").split(os.pathsep):
+        folder = folder.strip('"')
+        # Not a relative one: it would load a DLL from the current folder.
+        if os.path.isabs(folder):
+            folders.append(folder)
+    found = [os.path.join(folder, "vu_storage.dll") for folder in folders]
+    return [*filter(os.path.exists, found), "vu_storage.dll"]
 
 
 def load() -> ctypes.CDLL:
