@@ -144,6 +144,8 @@ void open_part_to_read(vu_file& file, const Address& address, const std::string&
                                           address.version, folder, preload_folder);
   if (way == kForceRetrieve)
     throw Refusal{VU_FAILED, "the system cannot tell the time of the document", {}};
+  // Without the time of a file, an old part counts as up to date.
+  if (Call::current().heard_failure()) throw Refusal{VU_FAILED, {}, {}};
   if (way == kFromPreload) refresh(preload_folder + "\\" + part, folder + "\\" + part);
   if (way == kUpToDate || way == kFromPreload) {
     try {
@@ -177,6 +179,9 @@ vu_status open_part(const Store& store, const vu_document* document, const char*
         throw Refusal{VU_FAILED, {}, {}};
       throw Refusal{VU_OUTDATED, kNoPart, {}};
     }
+    // A cut that the system refuses is only traced. The end of the old part would stay.
+    if (Call::current().heard_failure() && opened->file.is_locked() && size_of(opened->file) != 0)
+      throw Refusal{VU_FAILED, {}, {}};
   }
   give_stream(std::move(opened), stream);
   return VU_DONE;

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <iterator>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -558,4 +559,31 @@ TEST_F(CInterfaceParts, ARefreshedPartCanBeRefreshedAgain) {
   write_file(m_preload, "preloaded again");
   set_modify_time(m_preload, 2'000'000'020);
   EXPECT_EQ(read_part(), "preloaded again");
+}
+
+TEST_F(CInterfaceParts, APartThatCannotBeCutIsNotWritten) {
+  write_file(m_part, "a part that is longer than the generated one");
+  for (const Call call : {Call::set_end, Call::seek}) {
+    const auto fault = faults::fail(call, kRefused);
+    EXPECT_EQ(write_part(), VU_FAILED) << faults::name(call);
+    EXPECT_EQ(fault.hits(), 1U);
+    EXPECT_EQ(read_file(m_part), "a part that is longer than the generated one");
+  }
+  EXPECT_EQ(write_part(), VU_DONE);
+  EXPECT_EQ(read_file(m_part), "generated");
+}
+
+TEST_F(CInterfaceParts, AnOldPartIsNotServedIfATimeCannotBeAskedFor) {
+  int times_failed = 0;
+  for (std::uint64_t nth = 1;; ++nth) {
+    make_outdated();
+    const auto shortage = [] { throw std::bad_alloc(); };
+    const auto fault = faults::before(Call::stat, shortage, nth);
+    const std::string bytes = read_part();
+    if (fault.hits() == 0) break;
+    EXPECT_NE(bytes, "old") << nth;
+    times_failed += bytes == "preloaded" ? 0 : 1;
+    ASSERT_LT(nth, 100U);
+  }
+  EXPECT_GT(times_failed, 1);
 }
