@@ -5,8 +5,11 @@
 #include <chrono>
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
+#include <iterator>
 #include <map>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -14,6 +17,7 @@
 #include "lab/reliability/machine.h"
 #include "lab/reliability/trial.h"
 #include "tests/support/process.h"
+#include "tests/support/scratch.h"
 #include "vu/storage.h"
 
 namespace reliability {
@@ -53,6 +57,10 @@ const vu_document* corporate() {
   static const vu_document all = document("corp.kdf", VU_AREA_DOCS, 5);
   return &all;
 }
+const vu_document* page() {
+  static const vu_document all = document("page.kdc", VU_AREA_DOCS, 5);
+  return &all;
+}
 const vu_document* key_file() {
   static const vu_document all = document("list.ctg");
   return &all;
@@ -85,7 +93,7 @@ vu_status stream_of(const vu_document* document, std::int32_t mode, vu_status (*
 }
 vu_status part_of(std::int32_t mode, vu_status (*use)(vu_stream*)) {
   vu_stream* stream = nullptr;
-  const vu_status opened = vu_open_part(store(), corporate(), "html@x", "part", mode, &stream);
+  const vu_status opened = vu_open_part(store(), page(), "html@x", "part", mode, &stream);
   return with_stream(opened, stream, use);
 }
 vu_status whole(const vu_document* document) {
@@ -221,11 +229,15 @@ void call_and_tell(const CCall& call, const Place& place) {
             error.status == VU_DONE || *error.text != '\0'};
 }
 
-std::vector<PublicOperation> operations() {
+using CCalls = std::vector<CCall>;
+
+CCalls calls_of_the_library() { return {std::begin(kCalls), std::end(kCalls)}; }
+
+std::vector<PublicOperation> operations_for(const CCalls& calls) {
   std::vector<PublicOperation> all;
-  for (const CCall& call : kCalls) {
+  for (const CCall& call : calls) {
     all.push_back({call.name, kForNobody,
-                   OperationCall([&call](const Place& place) { call_and_tell(call, place); })});
+                   OperationCall([call](const Place& place) { call_and_tell(call, place); })});
   }
   return all;
 }
@@ -254,21 +266,32 @@ Tree found_in(const Tree& tree) {
   return found;
 }
 
-/// The first difference.
-std::string difference(const Tree& expected, const Tree& found) {
-  for (const auto& [path, bytes] : expected) {
-    // Category lines of a removed document may stay: a check that fails counts as "no", and a
-    // stream only reports its own file.
-    if (path.ends_with("/list.ctg_0000000000")) continue;
-    const auto other = found.find(path);
-    if (other == found.end()) return "without " + path;
-    if (other->second != bytes) return "with other bytes in " + path;
-  }
-  for (const auto& [path, bytes] : found) {
-    // A folder of sub-parts that cannot be listed stays, and no call reports that.
-    if (expected.count(path) == 0 && !path.ends_with('/')) return "with " + path;
-  }
-  return {};
+/// The part of a tree that decides whether a call did what it reports.
+Tree reported_by_calls(Tree tree) {
+  // Category lines of a removed document may stay: a check that fails counts as "no", and a stream
+  // only reports its own file. A folder of sub-parts that cannot be listed stays, and no call
+  // reports that.
+  std::erase_if(tree, [](const auto& item) {
+    return item.first.ends_with("/list.ctg_0000000000") || item.first.ends_with('/');
+  });
+  return tree;
+}
+
+Tree without_indexes(Tree tree) {
+  std::erase_if(tree, [](const auto& item) { return item.first.ends_with("/index.dat"); });
+  return tree;
+}
+
+/// What a call leaves alone: everything that is the same before it and after a run without a fault.
+/// A migration truncates the read list and then writes the same bytes.
+Tree bystanders(const Tree& before, const Tree& after) {
+  Tree same;
+  std::set_intersection(before.begin(), before.end(), after.begin(), after.end(),
+                        std::inserter(same, same.end()));
+  std::erase_if(same, [](const auto& item) {
+    return item.first.ends_with("/index") || item.first.ends_with("/read.txt");
+  });
+  return without_indexes(same);
 }
 
 /// Calls that truncate a file before they write it. An interruption leaves a part of it.
@@ -307,7 +330,7 @@ std::string between(const Tree& before, const Tree& after, const Tree& now,
   return {};
 }
 
-/// Whether an operation only reads. It then need not save what it adopts.
+/// Whether an operation only reads.
 bool is_question(const std::string& operation) {
   for (const char* const beginning :
        {"vu_folder", "vu_exists", "vu_describe", "vu_file_path", "vu_read", "vu_latest", "vu_each",
@@ -318,18 +341,20 @@ bool is_question(const std::string& operation) {
   return false;
 }
 
-/// Calls on many files may do a part of their work. Without an index a new entry can take the name
-/// of an existing file.
-bool ends_half_way(const std::string& what) {
-  for (const char* const part : {"_owner", "vu_migrate", "no index yet"}) {
-    if (what.find(part) != what.npos) return true;
-  }
-  return false;
+/// Calls on many files may do a part of their work.
+bool ends_half_way(const std::string& operation) {
+  return operation.starts_with("vu_remove_owner") || operation.starts_with("vu_migrate");
+}
+
+/// Without synchronisation, mails are not migrated.
+bool is_refused(const PublicOperation& operation, const Setting& setting) {
+  return operation.name == "vu_migrate_inbox" && !setting.synchronize;
 }
 
 class CInterface {
  public:
-  explicit CInterface(Run& run) : m_run(run), m_trial(run), m_operations(operations()) {}
+  CInterface(Run& run, const CCalls& calls)
+      : m_run(run), m_trial(run), m_operations(operations_for(calls)) {}
 
   void run_faults() {
     go_through(m_run, m_operations.size(), [this](std::size_t number, const Setting& setting) {
@@ -345,9 +370,21 @@ class CInterface {
   }
 
  private:
-  Disturbances faults_of(const PublicOperation& operation, const Setting& setting) {
-    const auto usual = std::make_shared<Undisturbed>(m_trial.learn(operation, setting));
+  /// A run without a fault. @return its status.
+  vu_status learn(const PublicOperation& operation, const Setting& setting, Undisturbed& usual) {
+    usual = m_trial.learn(operation, setting);
     const vu_status status = told().status;
+    const bool must_succeed =
+        setting.situation == Situation::kTidy && !is_refused(operation, setting);
+    if (must_succeed && status != VU_DONE)
+      m_run.fail(operation.name + " (" + name_of(setting) +
+                 "), without a fault: " + vu_status_name(status));
+    return status;
+  }
+
+  Disturbances faults_of(const PublicOperation& operation, const Setting& setting) {
+    const auto usual = std::make_shared<Undisturbed>();
+    const vu_status status = learn(operation, setting, *usual);
     Disturbances all;
     for (std::size_t k = 0; k < usual->calls.size(); ++k) {
       for (const Way& way : ways_for(usual->calls[k])) {
@@ -372,8 +409,8 @@ class CInterface {
   }
 
   Disturbances shortages_of(const PublicOperation& operation, const Setting& setting) {
-    const auto usual = std::make_shared<Undisturbed>(m_trial.learn(operation, setting));
-    const vu_status status = told().status;
+    const auto usual = std::make_shared<Undisturbed>();
+    const vu_status status = learn(operation, setting, *usual);
     Disturbances all;
     for (std::uint64_t k = 1; k <= usual->outcome.allocations; ++k) {
       for (const Shortage shortage : {Shortage::kOnce, Shortage::kLasting}) {
@@ -400,19 +437,39 @@ class CInterface {
     if (!now_told.is_last_error) m_run.fail(what + ": " + answer + " is not the last error");
     if (!now_told.has_reason) m_run.fail(what + ": " + answer + " without a reason");
     ++m_ends[answer];
+    // A call may believe the system if it reports a file as missing.
+    const bool is_lie = by == Disturbance::kLie;
+    if (!is_lie && usual_status == VU_DONE && now_told.status == VU_NOTHING_MATCHED)
+      m_run.fail(what + ": reports that nothing is there");
+    const std::string wrong =
+        is_question(what) ? after_a_question(what, usual)
+                          : after_a_change(what, usual, !is_lie && now_told.status == VU_DONE);
+    if (!wrong.empty()) m_run.fail(what + ": returns " + answer + ", and leaves the tree " + wrong);
+  }
+
+  /// Reading changes nothing. But it creates a missing index, and with synchronisation on it adopts
+  /// orphans, which belong to nobody.
+  std::string after_a_question(const std::string& what, const Undisturbed& usual) {
+    const auto is_in = [&](const char* setting) { return what.find(setting) != what.npos; };
+    const Tree& now = m_trial.look();
+    const bool is_indexed = !is_in("no index yet");
+    if (is_indexed && is_in("synchronisation off")) return difference(usual.before, now);
+    std::string wrong = difference(without_indexes(usual.before), without_indexes(now));
+    if (wrong.empty() && is_indexed) wrong = difference(found_in(usual.before), found_in(now));
+    return wrong;
+  }
+
+  std::string after_a_change(const std::string& what, const Undisturbed& usual, bool is_done) {
+    const Tree& tree = m_trial.look();
+    std::string wrong = missing_in(tree, bystanders(usual.before, usual.outcome.tree));
     const Tree before = found_in(usual.before);
     const Tree after = found_in(usual.outcome.tree);
-    const Tree now = found_in(m_trial.look());
-    if (by == Disturbance::kLie) return;
-    if (usual_status == VU_DONE && now_told.status == VU_NOTHING_MATCHED)
-      m_run.fail(what + ": reports that nothing is there");
-    if (is_question(what)) return;
-    std::string wrong;
-    if (!ends_half_way(what)) wrong = between(before, after, now, what);
+    const Tree now = found_in(tree);
+    if (wrong.empty() && !ends_half_way(what)) wrong = between(before, after, now, what);
     // A clean returns VU_DONE also if a version stays: only its count shows that.
-    const bool is_complete = now_told.status == VU_DONE && what.rfind("vu_clean", 0) != 0;
-    if (wrong.empty() && is_complete) wrong = difference(after, now);
-    if (!wrong.empty()) m_run.fail(what + ": returns " + answer + ", and leaves the tree " + wrong);
+    if (wrong.empty() && is_done && !what.starts_with("vu_clean"))
+      wrong = difference(reported_by_calls(after), reported_by_calls(now));
+    return wrong;
   }
 
   void tell() {
@@ -426,17 +483,114 @@ class CInterface {
   std::map<std::string, std::uint64_t> m_ends;
 };
 
-void c_faults(Run& run) { CInterface(run).run_faults(); }
+void c_faults(Run& run) { CInterface(run, calls_of_the_library()).run_faults(); }
 REGISTER_SUITE(c_faults, "c-faults", "a fault at every system call of the C interface", "faults", 0,
                Scratch::kMemory)
 
 void c_out_of_memory(Run& run) {
   if (!machine::handles_and_allocations_are_exact())
     return run.not_run("here the C++ library does not use this program's operator new");
-  CInterface(run).run_shortages();
+  CInterface(run, calls_of_the_library()).run_shortages();
 }
 REGISTER_SUITE(c_out_of_memory, "c-out-of-memory", "every allocation of the C interface fails",
                "shortages", 0, Scratch::kMemory)
+
+// ------------------------------------------------------------------------------------------------
+// Calls with an injected defect, which the suite must detect.
+
+vu_status put(const Place&) { return vu_put(store(), report(), "text", 4, VU_REPLACE, nullptr); }
+
+struct FaultyCall {
+  CCall call;
+  const char* fault;  ///< a fault that must show the defect; empty: any
+  const char* sign;   ///< of the defect
+};
+
+// The names begin like those of correct calls, so that the same rules apply.
+const FaultyCall kFaultyCalls[] = {
+    {{"vu_exists, faulty: removes a document that it does not find",
+      [](const Place& place) {
+        const vu_status status = vu_exists(store(), report());
+        if (status == VU_NOTHING_MATCHED) std::filesystem::remove(native(place.document()));
+        return status;
+      }},
+     "not found",
+     "without storage/user/anna/00000001.kdb"},
+    {{"vu_read, faulty: writes a file after a failure",
+      [](const Place& place) {
+        const vu_status status = piece(report());
+        if (status != VU_DONE) write_file(place.plain("report"), "failed");
+        return status;
+      }},
+     "input or output error",
+     "with plain/report"},
+    {{"vu_put, faulty: removes another document after a failure",
+      [](const Place& place) {
+        const vu_status status = put(place);
+        if (status != VU_DONE) std::filesystem::remove(native(place.folder() + "\\00000002.ctg"));
+        return status;
+      }},
+     "not found",
+     "without storage/user/anna/list.ctg_0000000000"},
+    {{"vu_rename_owner, faulty: changes a file of nobody after a failure",
+      [](const Place& place) {
+        const vu_status status = vu_rename_owner(store(), "anna", "berta");
+        if (status != VU_DONE) write_file(place.plain("one.txt"), "two\n");
+        return status;
+      }},
+     "",
+     "with other bytes in plain/one.txt"},
+    {{"vu_put, faulty: cuts its own document after a failure",
+      [](const Place& place) {
+        const vu_status status = put(place);
+        if (status != VU_DONE) write_file(place.document(), "docu");
+        return status;
+      }},
+     "not found",
+     "with unexpected bytes in storage/user/anna/report.kdb_0000000000"},
+    {{"vu_put, faulty: reports every end as success",
+      [](const Place& place) -> vu_status {
+        put(place);
+        return VU_DONE;
+      }},
+     "",
+     "returns VU_DONE, and leaves the tree"},
+    {{"vu_exists, faulty: finds nothing after a failure",
+      [](const Place&) -> vu_status {
+        const vu_status status = vu_exists(store(), report());
+        return status == VU_DONE ? VU_DONE : VU_NOTHING_MATCHED;
+      }},
+     "",
+     "reports that nothing is there"},
+    {{"vu_exists, faulty: throws after a failure",
+      [](const Place&) {
+        const vu_status status = vu_exists(store(), report());
+        if (status == VU_FAILED) throw std::runtime_error("failed");
+        return status;
+      }},
+     "",
+     "another exception left the call"},
+    {{"vu_read, faulty: finds no document", [](const Place&) { return piece(fresh()); }},
+     "",
+     "without a fault: VU_NOTHING_MATCHED"},
+};
+
+void c_faults_noticed(Run& run) {
+  for (const FaultyCall& each : kFaultyCalls) {
+    Run inner(run.seed(), {run.wanted(), std::chrono::seconds(0)});
+    CInterface(inner, {each.call}).run_faults();
+    run.counted(inner.reached());
+    const auto shows = [&](const std::string& text) {
+      return text.find(each.fault) != text.npos && text.find(each.sign) != text.npos;
+    };
+    const std::vector<std::string>& found = inner.first_failures();
+    if (std::none_of(found.begin(), found.end(), shows))
+      run.fail(std::string("an injected defect was not detected: ") + each.call.name);
+  }
+}
+REGISTER_SUITE(c_faults_noticed, "c-faults-noticed",
+               "a call of the C interface with a defect after a fault is detected", "faults", 0,
+               Scratch::kMemory)
 
 }  // namespace
 }  // namespace reliability

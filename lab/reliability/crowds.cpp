@@ -105,6 +105,7 @@ int crowd_reader(const std::vector<std::string>& args) {
   Random random(1);
   std::size_t looked = 0;
   std::size_t found = 0;
+  std::set<std::string> known;
   std::string wrong = "nothing";
   say("ready");
   while (!file_exists(stop)) {
@@ -116,7 +117,11 @@ int crowd_reader(const std::vector<std::string>& args) {
     std::string physical;
     ++looked;
     try {
-      if (!STGIndex::exists(folder, logical, kCrowdStamp, physical)) continue;
+      if (!STGIndex::exists(folder, logical, kCrowdStamp, physical)) {
+        if (known.count(logical) != 0) wrong = logical + ", which was there before, is missing";
+        continue;
+      }
+      known.insert(logical);
       vu_file file(folder, physical);
       file.open(vu_file::o_read);
       std::string bytes;
@@ -134,6 +139,12 @@ int crowd_reader(const std::vector<std::string>& args) {
   return 0;
 }
 REGISTER_ROLE(crowd_reader, crowd_reader)
+
+/// The number in the helper's next line. A helper without a line has crashed; its exit code fails
+/// the run.
+std::uint64_t number_from(child_process& helper) {
+  return std::stoull(helper.next_line().value_or("0"));
+}
 
 // ---- one crowd ----------------------------------------------------------------------------------
 
@@ -204,16 +215,20 @@ class CrowdRun {
   bool wait() {
     bool complete = true;
     for (auto& each : m_writers) {
-      if (each->next_line(std::chrono::minutes(50)) == "done") continue;
+      if (each->next_line(std::chrono::minutes(50)) == "done") {
+        expect_normal_end(m_run, *each, "a writer");
+        continue;
+      }
       m_run.fail("a writer did not end normally");
       complete = false;
     }
     write_file(m_folders.front() + ".stop", "");
     for (auto& each : m_readers) {
-      m_outcome.looked += std::stoull(each->next_line().value_or("0"));
-      m_outcome.found += std::stoull(each->next_line().value_or("0"));
+      m_outcome.looked += number_from(*each);
+      m_outcome.found += number_from(*each);
       const std::string wrong = each->next_line().value_or("no answer");
       if (wrong != "nothing") m_run.fail("a reader found: " + wrong);
+      expect_normal_end(m_run, *each, "a reader");
     }
     return complete;
   }
@@ -292,13 +307,15 @@ void crowd(Run& run) {
     return static_cast<std::size_t>(
         std::max<std::uint64_t>(1, run.wanted() * part / 20 / processes));
   };
+  std::uint64_t found = 0;
   for (const std::size_t folders : {1U, 4U}) {
     for (const bool adoption : {false, true}) {
-      if (run.time_is_over() || run.failures() != 0) return;
+      if (run.time_is_over() || run.failures() != 0) break;
       const Crowd shape{processes, share(adoption ? 1 : 9), folders, Locks::kTaken, adoption};
       const auto begin = Clock::now();
       const Outcome outcome = CrowdRun(run, shape).run();
       run.counted(outcome.acknowledged);
+      found += outcome.found;
       tell(run,
            std::to_string(processes) + " x " + std::to_string(shape.creates) + ", folders " +
                std::to_string(folders) + (adoption ? ", synchronisation on" : ""),
@@ -306,6 +323,7 @@ void crowd(Run& run) {
       run.figure("  took", as_milliseconds(Clock::now() - begin));
     }
   }
+  if (found == 0) run.fail("no reader found a document during the creates");
 }
 REGISTER_SUITE(crowd, "crowd",
                "8 processes (4 under Wine) create at once while others read; 1 and 4 folders",
@@ -419,7 +437,8 @@ class CleanCrowd {
     bool complete = true;
     for (auto& each : m_writers) {
       if (each->next_line(std::chrono::minutes(50)) == "done") {
-        m_outcome.refused += std::stoull(each->next_line().value_or("0"));
+        m_outcome.refused += number_from(*each);
+        expect_normal_end(m_run, *each, "a writer");
         continue;
       }
       m_run.fail("a writer did not end normally");
@@ -427,8 +446,9 @@ class CleanCrowd {
     }
     write_file(m_folder + ".stop", "");
     for (auto& each : m_cleaners) {
-      m_outcome.rounds += std::stoull(each->next_line().value_or("0"));
-      m_outcome.removed += std::stoull(each->next_line().value_or("0"));
+      m_outcome.rounds += number_from(*each);
+      m_outcome.removed += number_from(*each);
+      expect_normal_end(m_run, *each, "a cleaner");
     }
     if (complete) check();
     return m_outcome;

@@ -339,7 +339,11 @@ void faults_noticed(Run& run) {
       {operations_that_leak(), "memory is lost"},
       {operations_that_cut_first(), "empty: "},
       {operations_that_say_nothing(), "no trace"},
-      {operations_that_let_out(), "ended with vu_file_except"}};
+      {operations_that_let_out(), "ended with vu_file_except"},
+      {operations_that_always_fail(), "without a fault: vu_file_except"},
+      {operations_that_always_fail(), "without a fault: returns false"},
+      {operations_that_always_fail(), "without a fault: E "},
+      {operations_that_always_fail(), "without a fault: returns 1"}};
   for (const auto& [operations, sign] : kFaulty) {
     Run inner(run.seed(), {run.wanted(), std::chrono::seconds(0)});
     Faults(inner, operations).run();

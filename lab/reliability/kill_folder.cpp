@@ -295,7 +295,12 @@ void KillFolder::kill_once(Tally& tally, Victim victim) {
     sleep_for_a_part_of(operations[1].kind);
   }
   worker.kill();
-  if (!worker.wait()) return m_run.fail(name() + ": the worker cannot be killed");
+  // Any other exit code is that of a crash before the kill.
+  if (const auto code = worker.wait(); code != child_process::kKilled) {
+    return m_run.fail(name() + ": " + name_of(operations[1].kind) + " and its successors: " +
+                      (code ? "exit code " + std::to_string(*code) + " instead of the kill"
+                            : "the worker cannot be killed"));
+  }
   std::size_t ended = 1;
   while (ended < operations.size() && take_answer(worker, operations[ended], 0ms)) ++ended;
   tally.operations += ended;
@@ -329,7 +334,7 @@ void KillFolder::work_undisturbed() {
     }
   }
   worker.close_input();
-  worker.wait();
+  expect_normal_end(m_run, worker, name() + ": an undisturbed worker");
   take(check(m_model, nullptr, folder(), Depth::kEveryByte), "undisturbed");
   if (read_file(folder() + "\\index.dat") != reader::index_text_of(m_model.lines())) {
     m_run.fail(name() + ": index.dat contains more than its entries");

@@ -191,6 +191,12 @@ std::size_t Run::failures() const {
   return m_failure_count;
 }
 
+void expect_normal_end(Run& run, child_process& helper, const std::string& who) {
+  const std::optional<int> code = helper.wait();
+  if (code == 0) return;
+  run.fail(who + (code ? " ended with exit code " + std::to_string(*code) : " does not end"));
+}
+
 std::string as_milliseconds(Clock::duration time) {
   char text[40];
   std::snprintf(text, sizeof text, "%.1f ms",

@@ -71,6 +71,16 @@ bool with_document(const std::function<void(vu_storage&, vu_file&)>& use) {
   return is_open;
 }
 
+/// @return whether Close closes a document that was open.
+bool closes_a_document() {
+  vu_storage storage;
+  vu_file file;
+  storage.OpenRead(file, kAnna, kReport, kUser, 0);
+  const bool was_open = file.is_open();
+  storage.Close(file);
+  return was_open && !file.is_open();
+}
+
 using Operations = std::vector<PublicOperation>;
 
 // One operation per line, as a table.
@@ -130,7 +140,7 @@ void add_documents(Operations& all) {
     {"vu_storage::Read", kIndexAndDocument, [](const Place&) { return with_document([](vu_storage& s, vu_file& f) { s.OpenRead(f, kAnna, kReport, kUser, 0); std::string text; s.Read(f, text, 0); }); }},
     {"vu_storage::Read (keys)", kIndexWriters, [](const Place&) { return with_document([](vu_storage& s, vu_file& f) { s.OpenRead(f, kAnna, "list.ctg", kUser, 0); STG::NameValueSeq lines; vu_storage::Read(f, lines, false); }); }},
     {"vu_storage::Write", kIndexAndDocument, [](const Place&) { return with_document([](vu_storage& s, vu_file& f) { s.OpenWrite(f, kAnna, kReport, kUser, true, 0); s.Write(f, "text"); }); }},
-    {"vu_storage::Close", kIndexAndDocument, [](const Place&) { return with_document([](vu_storage& s, vu_file& f) { s.OpenRead(f, kAnna, kReport, kUser, 0); s.Close(f); }); }},
+    {"vu_storage::Close", kIndexAndDocument, [](const Place&) { return closes_a_document(); }},
     {"vu_storage::IsFileExist", kIndexWriters, [](const Place&) { return vu_storage().IsFileExist(kAnna, kReport, kUser, 0, nullptr, nullptr); }},
     {"vu_storage::IsFileExist (UTF-8)", kIndexWriters, [](const Place&) { return vu_storage().IsFileExist(kAnna8, kReport8, kUser, 0, nullptr, nullptr); }},
     {"vu_storage::getLattestTimestamp", kIndexWriters, [](const Place&) { return vu_storage::getLattestTimestamp(kAnna, kReport, kUser); }},
@@ -152,12 +162,12 @@ void add_keys_parts_and_users(Operations& all) {
     {"vu_storage::writeKeysFile", kForDocument, [](const Place& p) { return vu_storage::writeKeysFile(p.folder(), "00000001.kdb", "a=1\n", true); }},
     {"vu_storage::saveUserOrMasterProfile", kIndexWriters, [](const Place&) { return vu_storage::saveUserOrMasterProfile(kAnna, "list.ctg", some_lines()); }},
     {"vu_storage::loadUserOrMasterProfile", kIndexWriters, [](const Place&) { STG::NameValueSeq lines; return vu_storage::loadUserOrMasterProfile(kAnna, "list.ctg", lines); }},
-    {"vu_storage::OpenWriteSubPart", kForNobody, [](const Place&) { return with_document([](vu_storage& s, vu_file& f) { s.OpenWriteSubPart(f, kAnna, "corp.kdf", "html@x", "part", 5); }); }},
-    {"vu_storage::OpenWriteSubPart (UTF-8)", kForNobody, [](const Place&) { return with_document([](vu_storage& s, vu_file& f) { s.OpenWriteSubPart(f, kAnna8, vu_utf8string("corp.kdf"), "html@x", "part", 5); }); }},
-    {"vu_storage::OpenReadSubPart", kForNobody, [](const Place&) { return with_document([](vu_storage& s, vu_file& f) { s.OpenReadSubPart(f, kAnna, kAnna, "corp.kdf", "html@x", "part", 5); }); }},
-    {"vu_storage::OpenReadSubPart (UTF-8)", kForNobody, [](const Place&) { return with_document([](vu_storage& s, vu_file& f) { s.OpenReadSubPart(f, kAnna8, kAnna8, vu_utf8string("corp.kdf"), "html@x", "part", 5); }); }},
-    {"vu_storage::OpenReadSubPartEx", kForNobody, [](const Place&) { return with_document([](vu_storage& s, vu_file& f) { unsigned long size = 0; s.OpenReadSubPartEx(f, kAnna, kAnna, "corp.kdf", "html@x", "part", 5, size); }); }},
-    {"vu_storage::OpenReadSubPartEx (UTF-8)", kForNobody, [](const Place&) { return with_document([](vu_storage& s, vu_file& f) { unsigned long size = 0; s.OpenReadSubPartEx(f, kAnna8, kAnna8, vu_utf8string("corp.kdf"), "html@x", "part", 5, size); }); }},
+    {"vu_storage::OpenWriteSubPart", kForNobody, [](const Place&) { return with_document([](vu_storage& s, vu_file& f) { s.OpenWriteSubPart(f, kAnna, "page.kdc", "html@x", "part", 5); }); }},
+    {"vu_storage::OpenWriteSubPart (UTF-8)", kForNobody, [](const Place&) { return with_document([](vu_storage& s, vu_file& f) { s.OpenWriteSubPart(f, kAnna8, vu_utf8string("page.kdc"), "html@x", "part", 5); }); }},
+    {"vu_storage::OpenReadSubPart", kForNobody, [](const Place&) { return with_document([](vu_storage& s, vu_file& f) { s.OpenReadSubPart(f, kAnna, kAnna, "page.kdc", "html@x", "part", 5); }); }},
+    {"vu_storage::OpenReadSubPart (UTF-8)", kForNobody, [](const Place&) { return with_document([](vu_storage& s, vu_file& f) { s.OpenReadSubPart(f, kAnna8, kAnna8, vu_utf8string("page.kdc"), "html@x", "part", 5); }); }},
+    {"vu_storage::OpenReadSubPartEx", kForNobody, [](const Place&) { return with_document([](vu_storage& s, vu_file& f) { unsigned long size = 0; s.OpenReadSubPartEx(f, kAnna, kAnna, "page.kdc", "html@x", "current", 5, size); }); }},
+    {"vu_storage::OpenReadSubPartEx (UTF-8)", kForNobody, [](const Place&) { return with_document([](vu_storage& s, vu_file& f) { unsigned long size = 0; s.OpenReadSubPartEx(f, kAnna8, kAnna8, vu_utf8string("page.kdc"), "html@x", "current", 5, size); }); }},
     {"vu_storage::RenameUserStorage", kForNobody, [](const Place&) { return vu_storage::RenameUserStorage(kAnna, "berta"); }},
     {"vu_storage::RemoveUserStorage", kForNobody, [](const Place&) { return vu_storage::RemoveUserStorage(kAnna8); }},
     {"vu_storage::RemoveUsersStorage", kForNobody, [](const Place&) { Sequence<vu_utf8string> names; names.push_back(kAnna8); return vu_storage::RemoveUsersStorage(names); }},
@@ -271,6 +281,31 @@ const char* name_of(Situation situation) {
   return "?";
 }
 
+namespace {
+
+/// All times are old and fixed, so only their order decides what a read of a sub-part does.
+void prepare_page(const std::string& root) {
+  // The hash bucket of this name. In another bucket no operation would find the document.
+  const std::string folder = root + "\\storage\\docs\\anna\\00000021";
+  const std::string document = folder + "\\00000001.kdc";
+  const std::string parts = document + "_\\html";
+  make_folder(parts + "\\x");
+  make_folder(parts + "\\preload");
+  write_file(folder + "\\index.dat", "page.kdc_0000000005/00000001\n");
+  write_file(folder + "\\index", "00000001");
+  std::int64_t time = 1'000'000'000;
+  const std::pair<std::string, const char*> files[] = {{document, "page"},
+                                                       {parts + "\\x\\part", "the old part"},
+                                                       {parts + "\\x\\current", "current part"},
+                                                       {parts + "\\preload\\part", "a new part"}};
+  for (const auto& [path, bytes] : files) {
+    write_file(path, bytes);
+    set_modify_time(path, ++time);
+  }
+}
+
+}  // namespace
+
 void prepare(const Place& place, Situation situation) {
   std::filesystem::remove_all(native(place.root));
   for (const char* const folder : {"\\storage\\docs", "\\storage\\list", "\\storage\\semlets",
@@ -283,6 +318,7 @@ void prepare(const Place& place, Situation situation) {
   write_file(place.document(), "document\n");
   write_file(place.folder() + "\\00000002.ctg", "report.kdb=2\n");
   make_folder(place.document() + "_\\html");
+  prepare_page(place.root);
   if (situation != Situation::kNoIndex) {
     write_file(place.folder() + "\\index.dat",
                "list.ctg_0000000000/00000002\nreport.kdb_0000000000/00000001\n");
@@ -368,6 +404,24 @@ const Operations& operations_that_let_out() {
   static const Operations all = {{"vu_storage::RemoveFile", kForNobody, [](const Place& p) {
                                     vu_file(p.document()).open(vu_file::o_write);
                                   }}};
+  return all;
+}
+
+const Operations& operations_that_always_fail() {
+  static const Operations all = {
+      {"STGIndex::, faulty: an exception", kForNobody,
+       [](const Place& p) { vu_file(p.plain("missing")).open(vu_file::o_read); }},
+      {"faulty: returns a failure", kForNobody,
+       [](const Place& p) { return vu_file::exists(p.plain("missing")); }},
+      {"faulty: traces an error", kForNobody,
+       [](const Place&) {
+         vu_file file;
+         vu_storage().OpenWriteSubPart(file, kAnna, "missing.kdc", "html@x", "part", 5);
+       }},
+      {"faulty: profile, vu_storage::loadUserOrMasterProfile", kForNobody, [](const Place&) {
+         STG::NameValueSeq lines;
+         return vu_storage::loadUserOrMasterProfile(kAnna, "missing.ctg", lines);
+       }}};
   return all;
 }
 

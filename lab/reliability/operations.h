@@ -21,7 +21,8 @@ enum Waits : unsigned {
 };
 
 /// The tree. The owner "anna" has two entries. There are also files outside of the storage, a mail
-/// folder before its migration, and a document of the docs area.
+/// folder before its migration, and the document "page.kdc", version 5, of the docs area. It has
+/// the sub-parts "part", with a newer preload copy, and "current".
 struct Place {
   std::string root;
   bool synchronize = false;
@@ -88,5 +89,7 @@ operations_that_leak();  ///< a handle or memory leaks after a failure
 const std::vector<PublicOperation>& operations_that_say_nothing();  ///< a failure without a trace
 const std::vector<PublicOperation>&
 operations_that_let_out();  ///< throws an exception that its header excludes
+const std::vector<PublicOperation>&
+operations_that_always_fail();  ///< throws, returns a failure, or traces an error without a fault
 
 }  // namespace reliability

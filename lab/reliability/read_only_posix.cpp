@@ -288,7 +288,7 @@ void ask(Run& run, const std::string& who) {
     if (line->rfind("asked ", 0) == 0) {
       run.counted(std::stoull(line->substr(6)));
       run.figure("cases as " + who, line->substr(6));
-      return;
+      return expect_normal_end(run, asker, "the helper for the " + who);
     }
     run.fail(*line);
   }

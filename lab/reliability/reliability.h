@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+class child_process;
+
 /// @file
 /// A suite is a long test of something that unit tests cannot show. Examples: kills at any moment,
 /// many processes at once, a full disk. Each suite counts its runs (kills, creates, races ...). The
@@ -114,6 +116,10 @@ bool register_suite(Suite suite);
   [[maybe_unused]] static const bool suite_##identifier##_is_registered = \
       ::reliability::register_suite(                                      \
           {name, what, unit, count, scratch, identifier __VA_OPT__(, ) __VA_ARGS__});
+
+/// Waits for the end of a helper, and fails the run unless its exit code is 0. A sanitizer reports
+/// by the exit code, after the last line of the helper.
+void expect_normal_end(Run& run, child_process& helper, const std::string& who);
 
 /// "12.3 ms"
 std::string as_milliseconds(Clock::duration time);

@@ -147,7 +147,11 @@ void SharedWork::wait(Host host) {
 void SharedWork::wait_for_failures(Host host) {
   for (const Worker& each : m_workers) {
     if (each.host != host) continue;
-    if (each.process->next_line(kPatience) != "done") m_run.fail("a worker has not ended");
+    if (each.process->next_line(kPatience) == "done") {
+      expect_normal_end(m_run, *each.process, "a worker");
+    } else {
+      m_run.fail("a worker has not ended");
+    }
     read_report(each);
   }
 }

@@ -339,4 +339,22 @@ TreeFindings compare(const Tree& before, const Tree& after, const Tree& now, Dis
   return Comparison(before, after, now, by).run();
 }
 
+std::string missing_in(const Tree& found, const Tree& expected) {
+  for (const auto& [path, bytes] : expected) {
+    const auto other = found.find(path);
+    if (other == found.end()) return "without " + path;
+    if (other->second != bytes) return "with other bytes in " + path + ": " + other->second;
+  }
+  return {};
+}
+
+std::string difference(const Tree& expected, const Tree& found) {
+  std::string wrong = missing_in(found, expected);
+  if (!wrong.empty()) return wrong;
+  for (const auto& [path, bytes] : found) {
+    if (expected.count(path) == 0) return "with " + path;
+  }
+  return {};
+}
+
 }  // namespace reliability

@@ -51,4 +51,9 @@ struct TreeFindings {
 /// old ones. An entry may have another number; 99999999 means that the counter failed.
 TreeFindings compare(const Tree& before, const Tree& after, const Tree& now, Disturbance by);
 
+/// The first item of @p expected that is missing or different in @p found; empty if there is none.
+std::string missing_in(const Tree& found, const Tree& expected);
+/// The first difference; empty if the trees are equal.
+std::string difference(const Tree& expected, const Tree& found);
+
 }  // namespace reliability

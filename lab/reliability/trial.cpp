@@ -38,6 +38,22 @@ Outcome::End end_by_exception() {
   }
 }
 
+/// How an operation reported a failure; empty if it succeeded.
+std::string failure_of(const PublicOperation& operation, const Outcome& outcome) {
+  if (outcome.end != Outcome::End::kReturned) return name_of(outcome.end);
+  // These remove twice. The second removal fails.
+  const bool removes_twice =
+      operation.name == "vu_fileutf8::remove" || operation.name == "vu_fileutf8::recurseRemoveDir";
+  if (removes_twice) return {};
+  if (outcome.errors != 0) return outcome.traces.empty() ? "an error" : outcome.traces.front();
+  // Operations on key files return 0 after success, and 1 or -1 after a failure.
+  const bool is_on_keys = operation.name.find("KeysFile") != std::string::npos ||
+                          operation.name.find("OrMasterProfile") != std::string::npos;
+  const bool is_failure = outcome.result == "false" ||
+                          (is_on_keys && outcome.result != "true" && outcome.result != "0");
+  return is_failure ? "returns " + outcome.result : "";
+}
+
 }  // namespace
 
 std::string name_of(const Setting& setting) {
@@ -146,6 +162,9 @@ Undisturbed Trial::learn(const PublicOperation& operation, const Setting& settin
   undisturbed.before = m_tree;
   undisturbed.outcome = call(operation, setting);
   undisturbed.outcome.tree = look();
+  const std::string wrong = failure_of(operation, undisturbed.outcome);
+  if (setting.situation == Situation::kTidy && !wrong.empty())
+    m_run.fail(operation.name + " (" + name_of(setting) + "), without a fault: " + wrong);
   return undisturbed;
 }
 

@@ -117,7 +117,8 @@ class Trial {
   Outcome call(const PublicOperation& operation, const Setting& setting,
                allocations::Shortage shortage = allocations::Shortage::kNone,
                std::uint64_t nth = 0);
-  /// prepare() and call() without a fault.
+  /// prepare() and call() without a fault. In a folder whose files are all in the index the
+  /// operation must succeed; otherwise the faults of a failed run test nothing, and the run fails.
   Undisturbed learn(const PublicOperation& operation, const Setting& setting);
   /// The tree as it is now.
   const Tree& look();
