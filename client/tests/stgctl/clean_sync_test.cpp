@@ -112,7 +112,7 @@ TEST_F(ClientClean, IsRefusedWhereNobodyCanConfirm) {
   EXPECT_EQ(on_tree({"clean", "--yes"}).code, 2);
   const outcome none = on_tree({"clean", "--older-than", "90d", "--yes"});
   EXPECT_EQ(none.code, 3);
-  EXPECT_EQ(none.err, "stgctl: nothing to remove; 1 kept (age: last change)\n");
+  EXPECT_EQ(messages(none), "stgctl: nothing to remove; 1 kept (age: last change)\n");
   EXPECT_EQ(on_tree({"clean", "--older-than", "1d", "--owner", "bert", "--yes"}).code, 3);
   EXPECT_EQ(on_tree({"clean", "--older-than", "1d", "--area", "user", "--yes"}).code, 3);
   EXPECT_EQ(tree(), before);

@@ -67,6 +67,12 @@ std::string snapshot(const std::string& folder) {
   return text;
 }
 
+std::string messages(const outcome& of) {
+  std::string text = of.err;
+  std::erase(text, '\r');
+  return text;
+}
+
 std::vector<std::string> lines_of(const std::string& text) {
   std::vector<std::string> lines;
   std::istringstream stream(text);

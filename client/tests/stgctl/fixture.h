@@ -65,5 +65,7 @@ class Client : public testing::Test {
 
 /// The lines of a text.
 std::vector<std::string> lines_of(const std::string& text);
+/// The standard error output, with the line ends of POSIX systems.
+std::string messages(const outcome& of);
 /// The actions of the entry records, in order: "stored a.kdc".
 std::vector<std::string> actions(const std::vector<Json>& lines);

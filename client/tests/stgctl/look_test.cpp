@@ -125,7 +125,7 @@ TEST_F(ClientLook, SaysWhenNothingMatches) {
   look({"keys", "show", "none.txt", "--owner", "anna"}, 3);
   const outcome no_owner = on_tree({"keys", "show", "profile.txt"});
   EXPECT_EQ(no_owner.code, 3);
-  EXPECT_TRUE(no_owner.err.ends_with("; use --owner NAME\n")) << no_owner.err;
+  EXPECT_TRUE(messages(no_owner).ends_with("; use --owner NAME\n")) << no_owner.err;
   look({"profile", "show", "--owner", "bert"}, 3);
 }
 
@@ -397,7 +397,7 @@ TEST_F(ClientLook, GivesUpALockedIndexInTime) {
     const char* const advice =
         "; 'stgctl locks' names the holder, --lock-timeout sets how long to wait\n";
 #endif
-    EXPECT_NE(result.err.find(advice), std::string::npos) << command[0] << result.err;
+    EXPECT_NE(messages(result).find(advice), std::string::npos) << command[0] << result.err;
   }
   EXPECT_EQ(on_tree({"check", "--lock-timeout", "0.1"}).code, 4);
 #if !defined(_WIN32)

@@ -92,12 +92,12 @@ TEST_F(ClientPut, SaysHowToStoreTwoFilesOfOneName) {
   const std::string folder = shell_path(scratch().path("in\\d"));
   const outcome walked = change({"put", folder, "-n"});
   EXPECT_EQ(walked.code, 5);
-  EXPECT_NE(walked.err.find("a.kdc; use --keep-paths\n"), std::string::npos) << walked.err;
+  EXPECT_NE(messages(walked).find("a.kdc; use --keep-paths\n"), std::string::npos) << walked.err;
   EXPECT_EQ(change({"put", folder, "-n", "--keep-paths"}).code, 0);
   // --keep-paths does not change the name of a file that is named itself.
   const outcome named = change({"put", folder, other, "-n", "--keep-paths"});
   EXPECT_EQ(named.code, 5);
-  EXPECT_NE(named.err.find("a.kdc; store it alone with --as NAME\n"), std::string::npos)
+  EXPECT_NE(messages(named).find("a.kdc; store it alone with --as NAME\n"), std::string::npos)
       << named.err;
 }
 

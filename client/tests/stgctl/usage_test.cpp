@@ -222,8 +222,9 @@ TEST_F(ClientEasy, TakesNoMistypedOwnerForSound) {
     const outcome result = with_owner("anan");
     EXPECT_EQ(result.code, 3) << command << result.out;
     EXPECT_EQ(result.out, "");
-    EXPECT_EQ(result.err, "stgctl: there is no owner 'anan' in any area\n") << command;
-    EXPECT_EQ(with_owner("user/anna").err, "stgctl: there is no owner 'anna' in user\n") << command;
+    EXPECT_EQ(messages(result), "stgctl: there is no owner 'anan' in any area\n") << command;
+    EXPECT_EQ(messages(with_owner("user/anna")), "stgctl: there is no owner 'anna' in user\n")
+        << command;
   }
 }
 
@@ -231,7 +232,7 @@ TEST_F(ClientEasy, SaysWhereItFoundNothing) {
   const auto told = [&](const std::vector<std::string>& command, const std::string& text) {
     const outcome result = on_tree(command);
     EXPECT_EQ(result.code, 3) << command[0];
-    EXPECT_EQ(result.err, "stgctl: " + text + "\n");
+    EXPECT_EQ(messages(result), "stgctl: " + text + "\n");
   };
   told({"ls", "--layout", "flat"}, "no entry matches (all areas of a tree without owners)");
   told({"versions", "none"}, "no entry matches 'none' (all areas and owners)");
