@@ -5,18 +5,10 @@
 
 namespace replacement {
 
-namespace {
-
-constexpr std::int16_t kFromStart = 0;
-
-}  // namespace
-
 os::Status write_at(os::Handle handle, std::uint64_t offset, std::string_view bytes) {
   if (!std::in_range<std::int32_t>(offset + bytes.size())) return {0, os::Failure::kOther};
-  os::Status status = os::seek(handle, static_cast<std::int32_t>(offset), kFromStart);
-  if (!status.ok()) return status;
   std::size_t done = 0;
-  status = os::write(handle, bytes.data(), bytes.size(), done);
+  const os::Status status = os::write_at(handle, offset, bytes.data(), bytes.size(), done);
   // A short write is a failure, even if the system reports success.
   if (status.ok() && done < bytes.size()) return {os::last_error(), os::Failure::kOther};
   return status;
@@ -25,6 +17,7 @@ os::Status write_at(os::Handle handle, std::uint64_t offset, std::string_view by
 namespace {
 
 os::Status cut_at(os::Handle handle, std::uint64_t size) {
+  constexpr std::int16_t kFromStart = 0;
   if (!std::in_range<std::int32_t>(size)) return {0, os::Failure::kOther};
   const os::Status status = os::seek(handle, static_cast<std::int32_t>(size), kFromStart);
   return status.ok() ? os::set_end(handle) : status;

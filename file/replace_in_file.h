@@ -27,7 +27,7 @@ struct Outcome {
 };
 
 /// Writes at an offset of an open file. Fails if the bytes end past 2 GB: os::seek() moves the file
-/// position by 32-bit distances, so they would go near the start.
+/// position by 32-bit distances, so a replacement could not cut the file there.
 os::Status write_at(os::Handle handle, std::uint64_t offset, std::string_view bytes);
 
 /// Replaces the text of an open file in the stages of replacement.h. The caller flushes, so it can

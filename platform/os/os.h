@@ -270,6 +270,9 @@ Status read(Handle handle, void* buffer, std::size_t count, std::size_t& done);
 /// Writes at the current position. @p done is the number of bytes written, also on an error. A
 /// handle without a lock fails with Failure::kLocked while another handle has any lock.
 Status write(Handle handle, const void* data, std::size_t count, std::size_t& done);
+/// The same at an offset from the start. Where the position is afterwards depends on the system.
+Status write_at(Handle handle, std::uint64_t offset, const void* data, std::size_t count,
+                std::size_t& done);
 /// Moves the file position by @p distance from the start (0), the position (1) or the end (2).
 Status seek(Handle handle, std::int32_t distance, std::int16_t method);
 /// Cuts or extends the file to the current position.

@@ -46,6 +46,7 @@ using posix::result_of;
 using posix::TransferGuard;
 using posix::uninterrupted;
 using posix::write_fully;
+using posix::write_fully_at;
 
 constexpr ::mode_t kPermissions = 07777;
 constexpr ::mode_t kOwnerReadWrite = S_IRUSR | S_IWUSR;
@@ -498,6 +499,14 @@ Status write(Handle handle, const void* data, std::size_t count, std::size_t& do
   done = 0;
   return guarded(handle, F_WRLCK,
                  [&](int descriptor) { return write_fully(descriptor, data, count, done); });
+}
+
+Status write_at(Handle handle, std::uint64_t offset, const void* data, std::size_t count,
+                std::size_t& done) {
+  done = 0;
+  return guarded(handle, F_WRLCK, [&](int descriptor) {
+    return write_fully_at(descriptor, offset, data, count, done);
+  });
 }
 
 Status seek(Handle handle, std::int32_t distance, std::int16_t method) {

@@ -369,6 +369,18 @@ Status write(Handle handle, const void* data, std::size_t count, std::size_t& do
   });
 }
 
+Status write_at(Handle handle, std::uint64_t offset, const void* data, std::size_t count,
+                std::size_t& done) {
+  const char* const bytes = static_cast<const char*>(data);
+  return transfer(count, done, [&](std::size_t from, DWORD length, DWORD& moved) {
+    const std::uint64_t at = offset + from;
+    OVERLAPPED place{};
+    place.Offset = static_cast<DWORD>(at);
+    place.OffsetHigh = static_cast<DWORD>(at >> 32U);
+    return WriteFile(system_handle(handle), bytes + from, length, &moved, &place);
+  });
+}
+
 Status seek(Handle handle, std::int32_t distance, std::int16_t method) {
   // With the upper half the new position can be beyond 4 GB.
   LONG high = distance < 0 ? -1 : 0;

@@ -228,6 +228,16 @@ inline Status write_fully(int descriptor, const void* data, std::size_t count, s
   });
 }
 
+inline Status write_fully_at(int descriptor, std::uint64_t at, const void* data, std::size_t count,
+                             std::size_t& done) {
+  const char* const bytes = static_cast<const char*>(data);
+  return transfer(count, done, [&](std::size_t offset, std::size_t length) {
+    return waiting(descriptor, [&] {
+      return ::pwrite(descriptor, bytes + offset, length, static_cast<::off_t>(at + offset));
+    });
+  });
+}
+
 // ---- SMB mounts --------------------------------------------------------------------------------
 // On a mount of the SMB client of Linux a lock does not belong to its handle, and a rename that
 // must not replace a file can replace one: docs/network-shares.md.

@@ -200,6 +200,7 @@ void Recorder::take_on_handle(const Made& made) {
   switch (made.call) {
     case Call::read: file.position += static_cast<std::uint64_t>(made.number); break;
     case Call::write:
+      file.position = made.offset.value_or(file.position);
       m_changes.push_back({What::kWrite, file.path, {}, file.position, std::string(made.bytes)});
       file.position += made.bytes.size();
       break;

@@ -9,6 +9,7 @@
 #include <exception>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,6 +26,8 @@ Status open(Path path, Access access, Handle& handle);
 Status close(Handle handle);
 Status read(Handle handle, void* buffer, std::size_t count, std::size_t& done);
 Status write(Handle handle, const void* data, std::size_t count, std::size_t& done);
+Status write_at(Handle handle, std::uint64_t offset, const void* data, std::size_t count,
+                std::size_t& done);
 Status seek(Handle handle, std::int32_t distance, std::int16_t method);
 Status set_end(Handle handle);
 Status size(Handle handle, std::uint64_t& bytes);
@@ -87,7 +90,7 @@ enum class Call : std::uint8_t {
   open,
   close,
   read,
-  write,
+  write,  ///< also write_at()
   seek,
   set_end,
   size,
@@ -211,9 +214,10 @@ struct Made {
   Handle handle = kNoHandle;
   const Path* path = nullptr;
   const Path* to = nullptr;
-  std::string_view bytes = {};  ///< that were written
-  std::int64_t number = 0;      ///< of bytes read; the distance of a seek
-  std::int16_t method = 0;      ///< of a seek
+  std::string_view bytes = {};               ///< that were written
+  std::int64_t number = 0;                   ///< of bytes read; the distance of a seek
+  std::int16_t method = 0;                   ///< of a seek
+  std::optional<std::uint64_t> offset = {};  ///< of write_at()
 };
 
 /// Receives the successful calls that open, move in, change or flush files and folders, and what a

@@ -188,6 +188,21 @@ Status write(Handle handle, const void* data, std::size_t count, std::size_t& do
   });
 }
 
+Status write_at(Handle handle, std::uint64_t offset, const void* data, std::size_t count,
+                std::size_t& done) {
+  done = 0;
+  return transfer_call(Call::write, count, done, [&](std::size_t length) {
+    const Status status = conducted({.call = Call::write, .handle = handle}, [&] {
+      return sys::write_at(handle, offset, data, length, done);
+    });
+    static_cast<void>(watched({}, {.call = Call::write,
+                                   .handle = handle,
+                                   .bytes = {static_cast<const char*>(data), done},
+                                   .offset = offset}));
+    return status;
+  });
+}
+
 Status seek(Handle handle, std::int32_t distance, std::int16_t method) {
   return status_call({.call = Call::seek, .handle = handle}, [&] {
     return watched(sys::seek(handle, distance, method),

@@ -185,12 +185,14 @@ TEST_F(ReplaceAndClose, ThatHasNoRoomIsTracedAndWritesNothing) {
   EXPECT_EQ(content(), kOld);
 }
 
-TEST_F(ReplaceAndClose, ThatCannotGoToItsPlaceWritesNothing) {
+TEST_F(ReplaceAndClose, ThatCannotGoToItsEndIsNotCut) {
   const auto fault = faults::fail(Call::seek, kRefused);
   recording_sink sink;
-  EXPECT_EQ(replace(kNew), replacement::Holds::kOldText);
-  EXPECT_EQ(sink.events(trace_event::error), failure("write file"));
-  EXPECT_EQ(content(), kOld);
+  EXPECT_EQ(replace(kNew), replacement::Holds::kNewText);
+  EXPECT_EQ(fault.hits(), 1U);
+  EXPECT_EQ(sink.events(trace_event::error), failure("Can't truncate file "));
+  EXPECT_EQ(text(), kNew);
+  EXPECT_NE(content(), kNew);
 }
 
 TEST_F(ReplaceAndClose, RefusesAPlaceBeyondTheReachOfTheFilesPosition) {

@@ -116,9 +116,12 @@ TEST_F(OsFaults, ATransferIsCutShortAndReportsWhatIsPlanned) {
   EXPECT_EQ(done, 2U);
   EXPECT_EQ(os::last_error(), 4711);
   EXPECT_EQ(read_file(m_path), "0123456ab9");
-  const auto whole = faults::fail(Call::write, kPlanned);
+  const auto whole = faults::fail(Call::write, kPlanned, 1, faults::Times::kLasting);
   done = 77;
   EXPECT_FALSE(os::write(file.get(), "abc", 3, done).ok());
+  EXPECT_EQ(done, 0U);
+  done = 77;
+  EXPECT_FALSE(os::write_at(file.get(), 0, "abc", 3, done).ok());
   EXPECT_EQ(done, 0U);
   EXPECT_EQ(read_file(m_path), "0123456ab9");
 }
@@ -382,11 +385,13 @@ TEST_F(OsFaultSequence, WhatFailsIsNotRecordedAndWhatIsCutShortIsAsFarAsItWent) 
   EXPECT_FALSE(os::create_directory(m_path).ok());
   EXPECT_TRUE(succeeds(os::close(handle)));
   const os::Handle other = open(m_path);
-  const auto cut = faults::cut_transfer(Call::write, 3, kPlanned);
+  const auto cut = faults::cut_transfer(Call::write, 3, kPlanned, 1, faults::Times::kLasting);
   std::size_t done = 0;
   EXPECT_FALSE(os::write(other, "abcdef", 6, done).ok());
+  EXPECT_FALSE(os::write_at(other, 7, "abcdef", 6, done).ok());
   EXPECT_TRUE(succeeds(os::close(other)));
-  EXPECT_EQ(recorder.words(), (std::vector<std::string>{"write 3 at 0: file", "close: file"}));
+  EXPECT_EQ(recorder.words(),
+            (std::vector<std::string>{"write 3 at 0: file", "write 3 at 7: file", "close: file"}));
 }
 
 TEST_F(OsFaultSequence, OtherFoldersAreNotRecorded) {

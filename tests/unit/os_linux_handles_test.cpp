@@ -76,6 +76,7 @@ TEST(OsLinuxHandles, AStaleHandleNeverReachesTheNextFile) {
   const auto refused = [](os::Status status) { return fails(status, Failure::kOther, {EBADF, 6}); };
   EXPECT_TRUE(refused(os::read(stale, &byte, 1, done)));
   EXPECT_TRUE(refused(os::write(stale, "x", 1, done)));
+  EXPECT_TRUE(refused(os::write_at(stale, 0, "x", 1, done)));
   EXPECT_TRUE(refused(os::seek(stale, 0, 0)));
   EXPECT_TRUE(refused(os::set_end(stale)));
   EXPECT_TRUE(refused(os::reserve(stale, 10)));
