@@ -37,7 +37,7 @@ vu_file_base::lock_desc_t whole_file_lock(vu_file_base::type_access mode, bool n
 constexpr std::int16_t kFromStart = 0;
 constexpr std::int16_t kFromEnd = 2;
 
-/// The first read has this size if the size of the file is not known.
+/// Most files are read by one call of this size.
 constexpr std::size_t kFirstRead = 4096;
 
 }  // namespace
@@ -185,28 +185,22 @@ os::Status HandleCore::take_time(os::Handle from, os::CopiedTime& time) const {
 
 FileText HandleCore::read_to_end() {
   check_reading_mode();
-  // Only a hint: the size in the folder may be older than the last write.
-  os::FileStat told;
-  const bool has_hint =
-      os::stat(path(), told).ok() && std::in_range<std::int32_t>(told.size) && told.size != 0;
-  std::size_t wanted = has_hint ? static_cast<std::size_t>(told.size) : kFirstRead;
-
   FileText text;
-  std::size_t room = 0;
-  for (;;) {
-    if (text.size + wanted > room) {
-      // One byte more, so that the read that finds the end needs no larger memory.
-      room = text.size + wanted + 1;
-      std::unique_ptr<char[]> larger(new char[room]);
-      std::copy_n(text.bytes.get(), text.size, larger.get());
-      text.bytes = std::move(larger);
-    }
+  for (std::size_t wanted = kFirstRead;;) {
+    std::unique_ptr<char[]> larger(new char[text.size + wanted]);
+    std::copy_n(text.bytes.get(), text.size, larger.get());
+    text.bytes = std::move(larger);
     std::size_t done = 0;
     const os::Status status = os::read(m_state.handle, text.bytes.get() + text.size, wanted, done);
     if (!status.ok()) fail_read(status.code());
-    if (done == 0) return text;
     text.size += done;
-    wanted = text.size < room ? room - text.size : text.size;
+    if (done < wanted) return text;
+    // A counter and a small index end here. The size is only a hint: another program may write.
+    std::uint64_t told = 0;
+    const bool has_hint = os::size(m_state.handle, told).ok() && told >= text.size &&
+                          std::in_range<std::int32_t>(told);
+    // One byte more, so that this read finds the end.
+    wanted = has_hint ? static_cast<std::size_t>(told) - text.size + 1 : text.size;
   }
 }
 

@@ -129,7 +129,7 @@ bool open_existing(vu_file& file, const std::string& folder, const std::string& 
                    vu_file_base::type_access mode);
 
 /// Reads an open file from its position to its end, however large it has become, into memory that
-/// is not cleared first. After a short read it reads on: only a read of no bytes is the end.
+/// is not cleared first. The end is where os::read() returns fewer bytes than wanted.
 /// @throws vu_file_except like vu_file::read(), with the same traces.
 FileText read_to_end(vu_file& file);
 

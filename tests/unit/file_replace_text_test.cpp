@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "file/replacement.h"
@@ -224,7 +226,7 @@ TEST_F(ReplaceAndClose, InTheWrongModeThrowsAsAWriteDoes) {
 }
 
 TEST_F(ReplaceAndClose, IsPrecededByAReadToTheEndOfAnySize) {
-  for (const std::size_t size : {0U, 1U, 65535U, 65536U, 65537U, 300'000U, 5'000'000U}) {
+  for (const std::size_t size : {0U, 1U, 4095U, 4096U, 4097U, 300'000U, 5'000'000U}) {
     std::string bytes(size, 'x');
     for (std::size_t i = 0; i < size; i += 1000) bytes[i] = static_cast<char>(i % 251);
     open(bytes);
@@ -232,14 +234,40 @@ TEST_F(ReplaceAndClose, IsPrecededByAReadToTheEndOfAnySize) {
   }
 }
 
-TEST_F(ReplaceAndClose, IsPrecededByAReadThatGoesOnAfterAShortOne) {
-  const auto fault = faults::cut_transfer(Call::read, 5);
-  EXPECT_EQ(read_to_end(m_file).view(), kOld);
+TEST_F(ReplaceAndClose, IsPrecededByAReadThatAsksForTheSizeOfALargeFileOnly) {
+  using Counts = std::pair<std::uint64_t, std::uint64_t>;
+  const auto calls_for = [&](std::size_t size) {
+    open(std::string(size, 'x'));
+    faults::reset();
+    EXPECT_EQ(read_to_end(m_file).size, size);
+    return Counts(faults::calls(Call::size), faults::calls(Call::read));
+  };
+  EXPECT_EQ(calls_for(0), Counts(0U, 1U));
+  EXPECT_EQ(calls_for(4095), Counts(0U, 1U));
+  EXPECT_EQ(calls_for(4096), Counts(1U, 2U));
+  EXPECT_EQ(calls_for(300'000), Counts(1U, 2U));
+}
+
+TEST_F(ReplaceAndClose, IsPrecededByAReadThatNeedsNoSize) {
+  const std::string bytes(300'000, 'x');
+  open(bytes);
+  {
+    const auto fault = faults::fail(Call::size, kRefused, 1, faults::Times::kLasting);
+    EXPECT_TRUE(read_to_end(m_file).view() == bytes);
+    EXPECT_GT(fault.hits(), 1U);
+  }
+  // The file grows after it has told its size.
+  open(bytes);
+  const auto later = faults::after(Call::size, [&] {
+    std::ofstream(native(m_dir.path("f")), std::ios::app | std::ios::binary) << bytes;
+  });
+  EXPECT_TRUE(read_to_end(m_file).view() == bytes + bytes);
+  EXPECT_EQ(later.hits(), 1U);
 }
 
 TEST_F(ReplaceAndClose, IsPrecededByAReadThatThrowsWhereItFails) {
   for (const std::uint64_t nth : {1U, 2U}) {
-    open(kOld);
+    open(std::string(10'000, 'x'));
     const auto fault = faults::cut_transfer(Call::read, 5, kRefused, nth);
     recording_sink sink;
     EXPECT_EQ(thrown_text([&] { read_to_end(m_file); }), "throw exception on read");

@@ -209,7 +209,7 @@ TEST_F(IndexCounter, GivesTheTroubleNameForAnyException) {
   const std::exception_ptr exceptions[] = {
       std::make_exception_ptr(std::runtime_error("x")), std::make_exception_ptr(std::bad_alloc()),
       std::make_exception_ptr(vu_file_except("x")), std::make_exception_ptr(1)};
-  for (const Call call : {Call::open, Call::lock, Call::stat, Call::read, Call::write}) {
+  for (const Call call : {Call::open, Call::lock, Call::read, Call::write}) {
     for (const std::exception_ptr& exception : exceptions) {
       recording_sink sink;
       folder.write("index", "00000041");

@@ -480,8 +480,8 @@ TEST_F(IndexMigration, IsNotBegunWhereSomethingCannotBeReadForCertain) {
       for (const std::string& name : names()) std::filesystem::remove(native(path(name)));
     }
   }
-  // All reads of the index and of the read list, each to its end.
-  EXPECT_GT(not_begun, 5U);
+  // All reads of the index and of the read list.
+  EXPECT_GE(not_begun, 5U);
 }
 
 TEST_F(IndexMigration, DoesNotStartBesideAnUnknownEntry) {

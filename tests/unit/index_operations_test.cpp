@@ -101,7 +101,7 @@ TEST_F(IndexCreating, RaisesWhatTheRewriteRaises) {
   folder.set_index(" ");
   {
     // Earlier reads: by the query, by the load, and of the empty counter.
-    const auto fault = os::faults::fail(Call::read, kRefused, 6);
+    const auto fault = os::faults::fail(Call::read, kRefused, 4);
     EXPECT_THROW(STGIndex::create(folder.path(), "a.kdb", 5), vu_file_except);
     EXPECT_EQ(fault.hits(), 1U);
   }

@@ -318,7 +318,7 @@ TEST_F(IndexSaving, LetsAFailedReadOut) {
   folder.set_index("a_0000000001/00000001\nb_0000000001/gone\n");
   recording_sink sink;
   {
-    const auto fault = os::faults::fail(Call::read, kRefused, 3);
+    const auto fault = os::faults::fail(Call::read, kRefused, 2);
     try {
       rewrite();
       ADD_FAILURE() << "nothing was raised";
@@ -376,7 +376,7 @@ TEST_F(IndexSaving, SwallowsAFailedReadWhileAnotherExceptionUnwinds) {
   folder.set_index("a_0000000001/00000001\n");
   recording_sink sink;
   {
-    const auto fault = os::faults::fail(Call::read, kRefused, 3);
+    const auto fault = os::faults::fail(Call::read, kRefused, 2);
     EXPECT_THROW(
         {
           STGIndex index = Peer::load(folder.path());
@@ -461,7 +461,7 @@ TEST_F(IndexSaving, LetsExceptionsOutWhenTheUnwindingBeganBeforeTheInstance) {
   recording_sink sink;
   bool raised = false;
   const auto action = [&] {
-    const auto fault = os::faults::fail(Call::read, kRefused, 3);
+    const auto fault = os::faults::fail(Call::read, kRefused, 2);
     try {
       rewrite();
     } catch (const vu_file_except&) {

@@ -426,8 +426,8 @@ TEST_F(FileLists, AreEmptyWhereTheSaveAfterAnAdoptionRaises) {
   for (const auto& list : {std::function<Texts()>([&] { return all(); }),
                            std::function<Texts()>([&] { return documents(); })}) {
     lay_out("a.kdc_0000000000/00001\n", {"00001.kdc", "b.kdb"});
-    // The first read is that of the load, the third one that of the save.
-    const auto raised = faults::throw_from(faults::Call::read, std::runtime_error("odd"), 3);
+    // The first read is that of the load, the second one that of the save.
+    const auto raised = faults::throw_from(faults::Call::read, std::runtime_error("odd"), 2);
     EXPECT_TRUE(list().empty());
     EXPECT_EQ(raised.hits(), 1U);
     EXPECT_EQ(physical, Texts{"before"});
