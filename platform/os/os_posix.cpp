@@ -289,22 +289,21 @@ class LockedFile {
 /// locks.
 class FileCopy {
  public:
-  FileCopy(Path from, Path to) : m_from(native(from)), m_to(native(to)) {}
+  FileCopy(Path from, Path to, Flushed flushed)
+      : m_from(native(from)), m_to(native(to)), m_flushed(flushed) {}
   ~FileCopy() {
     if (m_is_incomplete) remove_half_copy();
   }
   FileCopy(const FileCopy&) = delete;
   FileCopy& operator=(const FileCopy&) = delete;
 
-  Status run(IfExists if_exists, CopiedTime& time, Flushed flushed) {
+  Status run(IfExists if_exists, CopiedTime& time) {
     if (const Status opened = open_source(); !opened.ok()) return opened;
     if (const Status opened = open_target(if_exists); !opened.ok()) return opened;
     if (const Status ready = empty_target(); !ready.ok()) return ready;
     Status status = copy_content();
     if (status.ok()) status = copy_properties(time);
-    if (status.ok() && flushed == Flushed::kYes) status = result_of(::fsync(m_target.get()));
-    // A network file system may report only now that its disk is full.
-    if (status.ok()) status = result_of(::close(m_second.release()));
+    if (status.ok()) status = ask_for_late_failure();
     m_is_incomplete = !status.ok();
     return status;
   }
@@ -343,9 +342,11 @@ class FileCopy {
 
   /// Prepares everything that can fail beforehand, and then cuts an existing target.
   Status empty_target() {
-    // A close of the last descriptor would release the lock before its result is known.
-    m_second = Descriptor(::fcntl(m_target.get(), F_DUPFD_CLOEXEC, 0));
-    if (!m_second.valid()) return fail(errno);
+    if (m_flushed == Flushed::kNo) {
+      // A close of the last descriptor would release the lock before its result is known.
+      m_second = Descriptor(::fcntl(m_target.get(), F_DUPFD_CLOEXEC, 0));
+      if (!m_second.valid()) return fail(errno);
+    }
     if (!m_existed) return {};
     if (const Status allowed = check_owner(); !allowed.ok()) return allowed;
     const Status ready = make_room();
@@ -407,6 +408,13 @@ class FileCopy {
     return result_of(::fchmod(m_target.get(), mode));
   }
 
+  /// A network file system may report only now that its disk is full: at a flush or, if there is
+  /// none, at a close.
+  Status ask_for_late_failure() {
+    return result_of(m_flushed == Flushed::kYes ? ::fsync(m_target.get())
+                                                : ::close(m_second.release()));
+  }
+
   /// Removes an incomplete copy, unless another file has its name now. Through a link it removes
   /// the file, not the link. The file is still locked, so that nobody has written it since. It is
   /// cut first: a reader that waits for the lock must not take a part of it for the whole.
@@ -420,15 +428,16 @@ class FileCopy {
     if (entry && is_same_file(*entry, m_target.info())) ::unlink(path);
   }
 
-  static constexpr std::size_t kBuffer = std::size_t{1} << 16U;
+  static constexpr std::size_t kBuffer = std::size_t{1} << 15U;
 
   const NativePath m_from;
   const NativePath m_to;
+  const Flushed m_flushed;
   /// Allocated before a target is cut. Not initialised: usually nothing is left to read.
   const std::unique_ptr<char[]> m_buffer{new char[kBuffer]};
   LockedFile m_source;
   LockedFile m_target;
-  Descriptor m_second;  ///< of the target; its close reports what the last close would
+  Descriptor m_second;  ///< of a target without a flush; its close reports what the last would
   bool m_existed = false;
   bool m_is_incomplete = false;  ///< the target contains a part of the copy, or nothing
 };
@@ -727,7 +736,7 @@ Status rename(Path from, Path to) {
 
 Status copy(Path from, Path to, IfExists if_exists, CopiedTime* time, Flushed flushed) {
   CopiedTime copied_time = CopiedTime::kKept;
-  const Status status = FileCopy(from, to).run(if_exists, copied_time, flushed);
+  const Status status = FileCopy(from, to, flushed).run(if_exists, copied_time);
   if (time != nullptr) *time = copied_time;
   return status;
 }
