@@ -33,7 +33,10 @@ class Changes {
 
   /// The position of a name's change, or kNone.
   std::size_t find(std::string_view name) const {
-    return m_all.empty() ? kNone : m_index.find(name, m_index.ask(name), NameAt{m_all});
+    if (m_all.empty()) return kNone;
+    // An operation looks up a change several times, most often the one that it has just added.
+    if (m_all.back().name == name) return m_all.size() - 1;
+    return m_index.find(name, m_index.ask(name), NameAt{m_all});
   }
   /// Adds a change of a name that has none. @return its position.
   std::size_t add(std::string_view name, std::optional<std::string_view> value) {

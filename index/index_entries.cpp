@@ -136,7 +136,6 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
   // Required: the save removes the files of the old entry and of the entry that it replaces. Until
   // then readers find both entries, even after an interruption.
   const std::string old_file = index_format::file_name_of(old_key, *old_stored);
-  const std::string folder = m_folder + "\\";
   const bool replaces = _contains(newLogical, newTs);
   if (replaces && OwnFiles::if_entered() == IfEntered::kYield) {
     const std::string file = index_format::file_name_of(new_key, *m_state->find(new_key));
@@ -159,7 +158,7 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
     if (new_file == replaced_file) return;
     const bool is_mine = made.making != Changes::kNone;
     if (!is_mine && m_state->is_anothers(new_key, std::string(made.stored))) return;
-    const std::string new_path = folder + new_file;
+    const std::string new_path = path_text::join(m_folder, new_file);
     if (remove_if_there(new_path)) OwnFiles::forget(new_path);
     trace_removal(m_folder);
   };
@@ -178,7 +177,8 @@ bool STGIndex::_rename(const std::string& oldLogical, long oldTs, const std::str
     // If the counter cannot be used, this may be the name of an existing file.
     const bool is_free = new_file != replaced_file &&
                          !m_state->is_anothers(new_key, std::string(*m_state->find(new_key)));
-    is_copied = is_free && copy_and_flush(folder + old_file, folder + new_file);
+    is_copied = is_free && copy_and_flush(path_text::join(m_folder, old_file),
+                                          path_text::join(m_folder, new_file));
     if (is_copied)
       m_state->file_is_made(new_key, {new_file, old_file, replaced_file, replaced.making});
   } catch (...) {

@@ -62,6 +62,7 @@ std::string ReadList::name_of(std::string_view line) {
     return line.substr(begin, (*tabs)[number - 1] - begin);
   };
   std::string name;
+  name.reserve(line.size());
   name.append(field(4)).append("#").append(field(5)).append("#");
   name.append(field(1)).append("#").append(field(2)).append(extension_for(field(3).front()));
   return name;
@@ -117,5 +118,6 @@ void ReadList::unescape_line_of(const std::string& name) {
   const std::size_t begin = line.find('\t', 1) + 1;
   const std::size_t end = line.find('\t', begin + 1);
   if (end == std::string::npos) return;
-  line.replace(begin, end - begin, index_format::unescape(line.substr(begin, end - begin)));
+  const std::string_view field = std::string_view(line).substr(begin, end - begin);
+  line.replace(begin, end - begin, index_format::unescape(field));
 }

@@ -393,7 +393,9 @@ class IndexSave {
       return m_is_listed ? m_files.find(name) : m_files.probe(name);
     };
     // The likelier name comes first: if it exists, the other one is not checked.
-    const Presence with_extension = presence_of_file(std::string(stored).append(extension));
+    std::string name;
+    name.reserve(stored.size() + extension.size());
+    const Presence with_extension = presence_of_file(name.append(stored).append(extension));
     if (with_extension == Presence::kThere) return LineState::kValid;
     const Presence without = presence_of_file(stored);
     if (without == Presence::kThere) return LineState::kValid;
