@@ -1,6 +1,7 @@
 #include "file/handle_core.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <limits>
 #include <utility>
@@ -183,25 +184,32 @@ os::Status HandleCore::take_time(os::Handle from, os::CopiedTime& time) const {
   return os::take_time(from, m_state.handle, time);
 }
 
+std::size_t HandleCore::count_after(std::size_t read) const {
+  std::uint64_t told = 0;
+  const bool has_hint =
+      os::size(m_state.handle, told).ok() && told >= read && std::in_range<std::int32_t>(told);
+  // One byte more, so that the next read finds the end.
+  return has_hint ? static_cast<std::size_t>(told) - read + 1 : read;
+}
+
 FileText HandleCore::read_to_end() {
-  check_reading_mode();
+  // A counter and a small index end here.
+  std::array<char, kFirstRead> page;
   FileText text;
-  for (std::size_t wanted = kFirstRead;;) {
+  text.size = read_into(page.data(), page.size());
+  std::size_t wanted = text.size < page.size() ? 0 : count_after(text.size);
+  text.bytes.reset(new char[text.size + wanted]);
+  std::copy_n(page.data(), text.size, text.bytes.get());
+  while (wanted != 0) {
+    const std::size_t done = read_into(text.bytes.get() + text.size, wanted);
+    text.size += done;
+    if (done < wanted) break;
+    wanted = count_after(text.size);
     std::unique_ptr<char[]> larger(new char[text.size + wanted]);
     std::copy_n(text.bytes.get(), text.size, larger.get());
     text.bytes = std::move(larger);
-    std::size_t done = 0;
-    const os::Status status = os::read(m_state.handle, text.bytes.get() + text.size, wanted, done);
-    if (!status.ok()) fail_read(status.code());
-    text.size += done;
-    if (done < wanted) return text;
-    // A counter and a small index end here. The size is only a hint: another program may write.
-    std::uint64_t told = 0;
-    const bool has_hint = os::size(m_state.handle, told).ok() && told >= text.size &&
-                          std::in_range<std::int32_t>(told);
-    // One byte more, so that this read finds the end.
-    wanted = has_hint ? static_cast<std::size_t>(told) - text.size + 1 : text.size;
   }
+  return text;
 }
 
 void HandleCore::read(unsigned char*& buffer, unsigned int& length) {

@@ -106,6 +106,9 @@ class HandleCore {
   /// The number of bytes to read; a @p count of 0 means the whole file. @throws vu_file_except if
   /// that number is negative or too large.
   std::size_t count_to_read(int count) const;
+  /// How many bytes to read after @p read bytes, at least one. The size is only a hint: another
+  /// program may write.
+  std::size_t count_after(std::size_t read) const;
   [[noreturn]] void fail_read(std::int32_t error) const;
   void flush_guarded() noexcept;
   void unlock_and_close() noexcept;
