@@ -323,35 +323,6 @@ TEST(OsSeek, ReachesTheEndOfAFileBeyondFourGigabytes) {
   EXPECT_EQ(data.size, 3 * std::uint64_t{0x7FFFFFFF} + 2);
 }
 
-TEST(OsWriteAt, WritesWhereItIsToldWhateverThePosition) {
-  const scratch_folder scratch;
-  write_file(scratch.path("file"), "0123456789");
-  OpenFile file(scratch.path("file"), Access::kReadWriteCreate);
-  EXPECT_EQ(file.read(5), "01234");
-  std::size_t done = 0;
-  EXPECT_TRUE(succeeds(os::write_at(file.get(), 2, "abc", 3, done)));
-  EXPECT_EQ(done, 3U);
-  EXPECT_TRUE(succeeds(os::write_at(file.get(), 12, "d", 1, done)));
-  EXPECT_EQ(done, 1U);
-  EXPECT_TRUE(succeeds(os::write_at(file.get(), 0, "", 0, done)));
-  EXPECT_EQ(done, 0U);
-  EXPECT_EQ(read_file(scratch.path("file")), std::string("01abc56789\0\0d", 13));
-}
-
-TEST(OsWriteAt, ReachesBeyondFourGigabytes) {
-  const scratch_folder scratch;
-  const std::string path = scratch.path("file");
-  OpenFile file(path, Access::kReadWriteCreate);
-  constexpr std::uint64_t kFarAway = 0x100000002ULL;
-  std::size_t done = 0;
-  EXPECT_TRUE(succeeds(os::write_at(file.get(), kFarAway, "xyz", 3, done)));
-  std::uint64_t size = 0;
-  EXPECT_TRUE(succeeds(os::size(file.get(), size)));
-  EXPECT_EQ(size, kFarAway + 3);
-  EXPECT_TRUE(succeeds(os::seek(file.get(), -3, 2)));
-  EXPECT_EQ(file.read(3), "xyz");
-}
-
 TEST(OsSetEnd, CutsAtThePosition) {
   const scratch_folder scratch;
   write_file(scratch.path("file"), "0123456789");
