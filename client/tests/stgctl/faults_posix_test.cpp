@@ -2,19 +2,13 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/ptrace.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstring>
-#include <optional>
 #include <thread>
 
 #include "client/tests/stgctl/fixture.h"
@@ -159,100 +153,23 @@ class ClientKilled : public HarmedTree {
     if (!can_trace()) GTEST_SKIP() << "this system does not let a process trace another one";
   }
 
-  /// Runs the client and kills it before its @p nth call that changes a file or a folder.
-  /// @return the calls of that kind before the kill or the end. The last one was not made if the
-  /// client was killed.
-  int kill_before_change(const std::vector<std::string>& arguments, int nth) {
-    std::vector<std::string> words = {client_path()};
-    words.insert(words.end(), arguments.begin(), arguments.end());
+  /// See kill_before_change(). With 0 it counts the changes of a whole run.
+  int kill_before(std::vector<std::string> words, int nth) {
+    words.insert(words.begin(), client_path());
     words.insert(words.end(), {"--root", shell_path(root())});
-    const ::pid_t client = ::fork();
-    if (client == 0) run_traced(words);
-    int changes = 0;
-    int signal = 0;
-    int status = 0;
-    bool is_first = true;
-    while (::waitpid(client, &status, 0) == client && WIFSTOPPED(status)) {
-      if (is_first) {
-        is_first = false;
-        EXPECT_EQ(::ptrace(PTRACE_SETOPTIONS, client, 0, PTRACE_O_EXITKILL | PTRACE_O_TRACESYSGOOD),
-                  0);
-      } else if (WSTOPSIG(status) != (SIGTRAP | 0x80)) {
-        signal = WSTOPSIG(status);
-      } else if (is_change(client) && ++changes == nth) {
-        ::kill(client, SIGKILL);
-      }
-      ::ptrace(PTRACE_SYSCALL, client, 0, signal);
-      signal = 0;
-    }
-    return changes;
-  }
-
-  /// The changing calls of a whole run.
-  int changes_of(const std::vector<std::string>& arguments) {
-    return kill_before_change(arguments, 0);
+    return kill_before_change(words, nth);
   }
 
   /// Kills the client in one of @p rounds runs. The kills are spread evenly over all changes; the
   /// last runs may end without a kill.
   void kill(const std::vector<std::string>& arguments, int changes, int round, int rounds) {
-    kill_before_change(arguments, 1 + round * (changes + 1) / rounds);
-  }
-
- private:
-  /// Containers may forbid it, and old kernels do not describe a system call.
-  static bool can_trace() {
-    const ::pid_t child = ::fork();
-    if (child == 0) {
-      if (::ptrace(PTRACE_TRACEME, 0, 0, 0) == 0) ::raise(SIGSTOP);
-      ::_exit(0);
-    }
-    int status = 0;
-    if (::waitpid(child, &status, 0) != child || !WIFSTOPPED(status)) return false;
-    struct ::__ptrace_syscall_info info {};
-    const bool can = ::ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof info, &info) > 0;
-    ::kill(child, SIGKILL);
-    ::waitpid(child, &status, 0);
-    return can;
-  }
-
-  [[noreturn]] static void run_traced(std::vector<std::string>& words) {
-    std::vector<char*> list;
-    for (std::string& word : words) list.push_back(word.data());
-    list.push_back(nullptr);
-    ::unsetenv("STG_ROOT");
-    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-      ::dup2(::open("/dev/null", O_RDWR | O_CLOEXEC), stream);
-    ::ptrace(PTRACE_TRACEME, 0, 0, 0);
-    ::execv(list[0], list.data());
-    ::_exit(127);
-  }
-
-  /// Whether a stopped process is about to make a system call that changes a file or a folder.
-  static bool is_change(::pid_t process) {
-    struct ::__ptrace_syscall_info info {};
-    if (::ptrace(PTRACE_GET_SYSCALL_INFO, process, sizeof info, &info) <= 0 ||
-        info.op != PTRACE_SYSCALL_INFO_ENTRY)
-      return false;
-    const auto& arguments = info.entry.args;
-    if (info.entry.nr == SYS_write) return arguments[0] > STDERR_FILENO;
-    if (info.entry.nr == SYS_openat) return (arguments[2] & (O_CREAT | O_TRUNC)) != 0;
-    static constexpr std::array<std::uint64_t, 14> kChanges = {
-        SYS_pwrite64,  SYS_ftruncate, SYS_truncate, SYS_copy_file_range, SYS_sendfile,
-        SYS_renameat2, SYS_unlinkat,  SYS_mkdirat,  SYS_linkat,          SYS_fchmod,
-        SYS_fchmodat,  SYS_utimensat, SYS_writev,   SYS_fallocate};
-#if defined(__x86_64__)
-    static constexpr std::array<std::uint64_t, 7> kOld = {
-        SYS_rename, SYS_renameat, SYS_unlink, SYS_rmdir, SYS_mkdir, SYS_link, SYS_chmod};
-    if (std::ranges::count(kOld, info.entry.nr) != 0) return true;
-#endif
-    return std::ranges::count(kChanges, info.entry.nr) != 0;
+    kill_before(arguments, 1 + round * (changes + 1) / rounds);
   }
 };
 
 TEST_F(ClientKilled, WhileItSavesNamesLosesNoEarlierSnapshot) {
   constexpr int kRounds = 60;
-  const int changes = changes_of({"index", "snapshot"});
+  const int changes = kill_before({"index", "snapshot"}, 0);
   std::size_t complete = 1;
   int lost = 0;
   int halves = 0;
@@ -294,9 +211,9 @@ TEST_F(ClientKilled, WhileItRepairsAndUndoesCanBeAskedAgain) {
   const std::vector<std::string> repair = {"repair", "--apply", plan(), "--yes"};
   const std::vector<std::string> undo = {"undo", "--yes"};
   constexpr int kRounds = 40;
-  const int repair_changes = changes_of(repair);
+  const int repair_changes = kill_before(repair, 0);
   const std::string repaired = files();
-  const int undo_changes = changes_of(undo);
+  const int undo_changes = kill_before(undo, 0);
   ASSERT_EQ(files(), harmed);
   int halves = 0;
   int undo_halves = 0;
@@ -327,7 +244,7 @@ TEST_F(ClientKilled, WhileItRepairsCanBeUndoneAsFarAsItCame) {
   ASSERT_EQ(on_tree({"repair", "--plan", plan()}).code, 0);
   const std::vector<std::string> repair = {"repair", "--apply", plan(), "--yes"};
   constexpr int kRounds = 25;
-  const int changes = changes_of(repair);
+  const int changes = kill_before(repair, 0);
   const std::string repaired = files();
   ASSERT_EQ(on_tree({"undo", "--yes"}).code, 0);
   int halves = 0;
@@ -354,7 +271,7 @@ TEST_F(ClientKilled, WhileItRestoresNamesLeavesThemToBeRestored) {
   const std::vector<std::string> restore = {"index", "restore", "--yes"};
   constexpr int kRounds = 25;
   lose();
-  const int changes = changes_of(restore);
+  const int changes = kill_before(restore, 0);
   ASSERT_EQ(files(), healthy);
   int halves = 0;
   for (int round = 0; round < kRounds; ++round) {
@@ -384,13 +301,12 @@ TEST_F(ClientKilled, WhileItReplacesLeavesEachVersionWhole) {
   };
   ASSERT_EQ(on_tree(put_all('a')).code, 0);
   constexpr int kRounds = 20;
-  const int changes = changes_of(put_all('b'));
+  const int changes = kill_before(put_all('b'), 0);
   int halves = 0;
   char last = 'b';
   for (int round = 0; round < kRounds; ++round) {
     const char next = static_cast<char>('c' + round);
-    const std::vector<std::string> arguments = put_all(next);
-    kill(arguments, changes, round, kRounds);
+    kill(put_all(next), changes, round, kRounds);
     int replaced = 0;
     for (int i = 0; i < kFiles; ++i) {
       const std::string bytes = read_file(physical("user", "f" + std::to_string(i) + ".kdc"));
@@ -400,7 +316,7 @@ TEST_F(ClientKilled, WhileItReplacesLeavesEachVersionWhole) {
       replaced += bytes[0] == next ? 1 : 0;
     }
     halves += replaced > 0 && replaced < kFiles ? 1 : 0;
-    ASSERT_EQ(on_tree(arguments).code, 0) << round;
+    ASSERT_EQ(on_tree(put_all(next)).code, 0) << round;
     last = next;
   }
   // The next copy removes the unfinished folders of others.
@@ -422,7 +338,7 @@ TEST_F(ClientKilled, WhileItMovesLosesNoVersion) {
   const std::vector<std::string> back = {"mv",      "--match", "g*.kdc", "--to",     "f*.kdc",
                                          "--owner", "anna",    "--yes",  "--replace"};
   constexpr int kRounds = 10;
-  const int changes = changes_of(there);
+  const int changes = kill_before(there, 0);
   ASSERT_EQ(on_tree(back).code, 0);
   int halves = 0;
   for (int round = 0; round < kRounds; ++round) {

@@ -47,5 +47,16 @@ class running_program {
   std::unique_ptr<system_part> m_system;
 };
 
+#if !defined(_WIN32)
+/// Whether this process may trace another one. Containers may forbid it, and old kernels do not
+/// describe a system call.
+bool can_trace();
+/// Runs a program and kills it before its @p nth call that changes a file or a folder; 0: never.
+/// @param words the program and its arguments.
+/// @return the calls of that kind before the kill or the end. The last one was not made if the
+/// program was killed.
+int kill_before_change(std::vector<std::string> words, int nth);
+#endif
+
 /// The client's own file, beside the test program.
 std::string client_path();

@@ -3,9 +3,12 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -135,3 +138,80 @@ outcome running_program::wait() {
 
 void running_program::interrupt() { ::kill(m_system->process, SIGINT); }
 void running_program::terminate() { ::kill(m_system->process, SIGTERM); }
+
+// ---- traced programs ---------------------------------------------------------------------------
+
+namespace {
+
+[[noreturn]] void run_traced(std::vector<std::string>& words) {
+  std::vector<char*> list;
+  for (std::string& word : words) list.push_back(word.data());
+  list.push_back(nullptr);
+  ::unsetenv("STG_ROOT");
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    ::dup2(::open("/dev/null", O_RDWR | O_CLOEXEC), stream);
+  ::ptrace(PTRACE_TRACEME, 0, 0, 0);
+  ::execv(list[0], list.data());
+  ::_exit(127);
+}
+
+/// Whether a stopped process is about to make a system call that changes a file or a folder.
+bool is_change(::pid_t process) {
+  struct ::__ptrace_syscall_info info {};
+  if (::ptrace(PTRACE_GET_SYSCALL_INFO, process, sizeof info, &info) <= 0 ||
+      info.op != PTRACE_SYSCALL_INFO_ENTRY)
+    return false;
+  const auto& arguments = info.entry.args;
+  if (info.entry.nr == SYS_write) return arguments[0] > STDERR_FILENO;
+  if (info.entry.nr == SYS_openat) return (arguments[2] & (O_CREAT | O_TRUNC)) != 0;
+  static constexpr std::array<std::uint64_t, 14> kChanges = {
+      SYS_pwrite64,  SYS_ftruncate, SYS_truncate, SYS_copy_file_range, SYS_sendfile,
+      SYS_renameat2, SYS_unlinkat,  SYS_mkdirat,  SYS_linkat,          SYS_fchmod,
+      SYS_fchmodat,  SYS_utimensat, SYS_writev,   SYS_fallocate};
+#if defined(__x86_64__)
+  static constexpr std::array<std::uint64_t, 7> kOld = {
+      SYS_rename, SYS_renameat, SYS_unlink, SYS_rmdir, SYS_mkdir, SYS_link, SYS_chmod};
+  if (std::ranges::count(kOld, info.entry.nr) != 0) return true;
+#endif
+  return std::ranges::count(kChanges, info.entry.nr) != 0;
+}
+
+}  // namespace
+
+bool can_trace() {
+  const ::pid_t child = ::fork();
+  if (child == 0) {
+    if (::ptrace(PTRACE_TRACEME, 0, 0, 0) == 0) ::raise(SIGSTOP);
+    ::_exit(0);
+  }
+  int status = 0;
+  if (::waitpid(child, &status, 0) != child || !WIFSTOPPED(status)) return false;
+  struct ::__ptrace_syscall_info info {};
+  const bool can = ::ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof info, &info) > 0;
+  ::kill(child, SIGKILL);
+  ::waitpid(child, &status, 0);
+  return can;
+}
+
+int kill_before_change(std::vector<std::string> words, int nth) {
+  const ::pid_t program = ::fork();
+  if (program == 0) run_traced(words);
+  int changes = 0;
+  int signal = 0;
+  int status = 0;
+  bool is_first = true;
+  while (::waitpid(program, &status, 0) == program && WIFSTOPPED(status)) {
+    if (is_first) {
+      is_first = false;
+      // Otherwise the stops below look like signals, and no change is counted.
+      ::ptrace(PTRACE_SETOPTIONS, program, 0, PTRACE_O_EXITKILL | PTRACE_O_TRACESYSGOOD);
+    } else if (WSTOPSIG(status) != (SIGTRAP | 0x80)) {
+      signal = WSTOPSIG(status);
+    } else if (is_change(program) && ++changes == nth) {
+      ::kill(program, SIGKILL);
+    }
+    ::ptrace(PTRACE_SYSCALL, program, 0, signal);
+    signal = 0;
+  }
+  return changes;
+}
