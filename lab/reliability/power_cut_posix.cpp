@@ -30,6 +30,7 @@
 #include "stg_index.h"
 #include "tests/support/process.h"
 #include "tests/support/scratch.h"
+#include "vu_file_except.h"
 #include "vu_storage.h"
 
 namespace reliability {
@@ -199,6 +200,25 @@ class Shared {
   Progress* m_progress;
 };
 
+void cut(const std::string& disk, Progress& progress) {
+  progress.returned_at_cut = progress.returned.load();
+  progress.is_cutting = true;
+  progress.is_cut = cut_power(disk);
+}
+
+/// The text of the current exception.
+std::string text_of_exception() {
+  try {
+    throw;
+  } catch (const vu_file_except& e) {
+    return e.what();
+  } catch (const std::exception& e) {
+    return e.what();
+  } catch (...) {
+    return "an exception of an unknown type";
+  }
+}
+
 /// Shuts the file system down from within the working process.
 class Cutter {
  public:
@@ -218,8 +238,7 @@ class Cutter {
   void count() {
     if (m_progress.returned == 0 || ++m_calls != m_plan.call) return;
     write_back(m_disk, m_index, m_plan.write_back, m_random);
-    m_progress.returned_at_cut = m_progress.returned.load();
-    m_progress.is_cut = cut_power(m_disk);
+    cut(m_disk, m_progress);
     ::_exit(0);
   }
 
@@ -245,7 +264,11 @@ class Cutter {
     try {
       operation();
     } catch (...) {
-      // The file system is shut down: every operation fails.
+      // After the shutdown every operation fails; before it none may.
+      if (!progress.is_cutting) {
+        text_of_exception().copy(progress.thrown.data(), progress.thrown.size() - 1);
+        progress.has_thrown = true;
+      }
       break;
     }
     ++progress.returned;
@@ -258,11 +281,11 @@ void cut_from_outside(const std::string& disk, const std::string& index, const C
                       std::size_t operations, Progress& progress) {
   std::mt19937_64 random(plan.seed);
   const std::uint64_t wanted = 1 + random() % (operations - 1);
-  for (int i = 0; i < 200'000 && progress.returned < wanted; ++i) ::usleep(50);
+  for (int i = 0; i < 200'000 && progress.returned < wanted && !progress.has_thrown; ++i)
+    ::usleep(50);
   ::usleep(static_cast<unsigned>(random() % 3 == 0 ? random() % 5'000 : random() % 400));
   write_back(disk, index, plan.write_back, random);
-  progress.returned_at_cut = progress.returned.load();
-  progress.is_cut = cut_power(disk);
+  cut(disk, progress);
 }
 
 }  // namespace
@@ -304,21 +327,23 @@ CutOff work_until_cut(const std::string& disk, const std::string& index, const C
     cut_from_outside(disk, index, plan, work.size(), progress);
   } else {
     // The plan may name a call that never comes. Then the shutdown follows the last operation.
-    for (int i = 0; i < 200'000 && !progress.is_cut && progress.returned < work.size(); ++i) {
+    for (int i = 0;
+         i < 200'000 && !progress.is_cut && progress.returned < work.size() && !progress.has_thrown;
+         ++i) {
       ::usleep(50);
     }
     if (!progress.is_cut) {
       ::usleep(1'000);
-      if (!progress.is_cut) {
-        progress.returned_at_cut = progress.returned.load();
-        progress.is_cut = cut_power(disk);
-      }
+      if (!progress.is_cut) cut(disk, progress);
     }
   }
   ::kill(worker, SIGKILL);
   ::waitpid(worker, nullptr, 0);
   CutOff result{progress.returned_at_cut, progress.begun, {}};
   if (!progress.is_cut) result.failure = "the file system does not support a shutdown";
+  if (progress.has_thrown)
+    result.failure =
+        std::string("an operation threw before the shutdown: ") + progress.thrown.data();
   return result;
 }
 
@@ -440,6 +465,10 @@ void power_cut(Run& run) {
   for (const auto& [kind, example] : found.examples) {
     run.fail(std::to_string(found.of(kind)) + " times " + kind + ", first on " + example);
   }
+  if (run.reached() != 0 && found.operations == 0)
+    run.fail("no operation returned before a crash: nothing was promised");
+  if (found.unmountable * 10 > run.reached())
+    run.fail("more than one file system in ten could not be mounted again");
 }
 REGISTER_SUITE(power_cut, "power-cut", "file systems that are shut down during operations",
                "crashes", 10'000, Scratch::kMemory)

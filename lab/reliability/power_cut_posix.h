@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -85,7 +86,10 @@ struct Progress {
   std::atomic<std::uint32_t> begun = 0;
   std::atomic<std::uint32_t> returned = 0;
   std::atomic<std::uint32_t> returned_at_cut = 0;
+  std::atomic<bool> is_cutting = false;  ///< the shutdown has begun: any operation may fail now
   std::atomic<bool> is_cut = false;
+  std::atomic<bool> has_thrown = false;  ///< an operation threw before the shutdown
+  std::array<char, 300> thrown{};        ///< its text
 };
 
 /// The operations, one after the other.
