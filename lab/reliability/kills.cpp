@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
@@ -20,6 +21,7 @@
 #include "lab/reader/index_reader.h"
 #include "lab/reliability/machine.h"
 #include "lab/reliability/reliability.h"
+#include "lab/reliability/tree_state.h"
 #include "platform/os/os.h"
 #include "stg_index.h"
 #include "tests/support/process.h"
@@ -149,6 +151,8 @@ struct Share {
   std::size_t index_size;
   int kills;  ///< in each round
 };
+/// From this number of kills on, some of them must have struck in the middle of a rewrite.
+constexpr std::uint64_t kEnoughToJudge = 50;
 constexpr Share kShares[] = {{2000, 28}, {4000, 28}, {20'000, 28}, {500'000, 12}};
 
 /// One folder; it is created before its first kill.
@@ -170,6 +174,9 @@ void tell(Run& run, const Tally& tally) {
   for (const auto& [kind, count] : tally.kills_by_kind) run.figure("killed " + kind, count);
   for (const auto& [what, count] : tally.windows) run.figure("left behind: " + what, count);
   run.figure("kills while the index was rewritten", tally.in_the_middle);
+  // Usually every fourth.
+  if (run.reached() >= kEnoughToJudge && tally.in_the_middle == 0)
+    run.fail("no kill struck while the index was rewritten");
 }
 
 void kill_many(Run& run, Aim aim) {
@@ -246,14 +253,28 @@ std::string read_line(const std::string& subject) {
   return "from\t" + subject + "\tB\tf4\tf5\tf6\t\n";
 }
 
-/// args: a root. Migrates, prints "done", and waits for a line.
+/// args: a root; the number of a system call, from 1, or 0; "before" or "after". Migrates, and
+/// prints "done" and the number of its system calls. Before or after the given call it prints
+/// "there", waits a moment for its kill, and continues.
 int mail_converter(const std::vector<std::string>& args) {
+  using os::faults::Call;
   vu_storage::initRootStorage(args.at(0), true, true);
+  constexpr std::uint64_t kNever = std::numeric_limits<std::uint64_t>::max();
+  const std::uint64_t call = std::stoull(args.at(1));
+  const std::uint64_t nth = call == 0 ? kNever : call;
+  const auto wait = [] {
+    say("there");
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  };
+  const auto hook = args.at(2) == "before" ? os::faults::before(Call::system, wait, nth)
+                                           : os::faults::after(Call::system, wait, nth);
   say("ready");
   hear();
   try {
+    os::faults::begin_sequence();
     STGIndex::migrateInboxRead("anna");
     say("done");
+    say(std::to_string(os::faults::end_sequence().size()));
   } catch (const vu_file_except& e) {
     say("exception " + e.what());
   }
@@ -266,18 +287,29 @@ class MailFolder {
  public:
   explicit MailFolder(Run& run) : m_run(run) {}
 
-  /// Fills one folder. Kills a migration in it; then another migration must finish.
+  /// Learns the number of system calls of a whole migration.
+  void learn() {
+    fill();
+    m_calls = convert_undisturbed();
+    if (m_calls == 0) m_run.fail("a migration makes no system call");
+  }
+
+  /// Fills one folder. Kills a migration in it near a random system call; then another migration
+  /// must finish.
   void kill_once() {
     fill();
-    child_process killed("mail_converter", {m_scratch.path()});
-    killed.next_line();
+    const Tree before = tree_of(folder());
+    const char* const side = m_run.below(2) == 0 ? "before" : "after";
+    child_process killed("mail_converter", {m_scratch.path(), std::to_string(some_call()), side});
+    if (killed.next_line() != "ready") return m_run.fail("the migration does not start");
     killed.tell("go");
-    const double part = std::uniform_real_distribution<double>(0.0, 1.2)(m_run.random());
-    std::this_thread::sleep_for(std::chrono::duration<double, std::micro>(m_microseconds * part));
+    if (killed.next_line() != "there") m_run.fail("the migration does not reach its call");
+    std::this_thread::sleep_for(std::chrono::microseconds(m_run.below(3000)));
     killed.kill();
-    killed.wait();
+    if (killed.wait() != child_process::kKilled) m_run.fail("the migration ended before its kill");
     const bool ended = killed.next_line(std::chrono::milliseconds(0)).has_value();
     check("killed", ended);
+    if (!ended && tree_of(folder()) != before) ++(m_migrated == 0 ? m_begun : m_saved);
     convert_undisturbed();
     check("migrated afterwards", true);
     check_list_is_converted();
@@ -286,6 +318,11 @@ class MailFolder {
 
   void tell() const {
     for (const auto& [what, count] : m_windows) m_run.figure("left behind: " + what, count);
+    m_run.figure("kills after the first change and before the new names", m_begun);
+    m_run.figure("kills after the new names and before the end", m_saved);
+    // Each is more than a third of all kills.
+    if (m_run.reached() >= 20 && (m_begun == 0 || m_saved == 0))
+      m_run.fail("no kill struck in one half of the migration");
   }
 
  private:
@@ -305,14 +342,23 @@ class MailFolder {
     m_list_was_cut = false;
   }
 
-  void convert_undisturbed() {
-    const auto begin = Clock::now();
-    child_process converter("mail_converter", {m_scratch.path()});
+  /// Every second call is one of the last ones, which follow the save of the index.
+  std::uint64_t some_call() {
+    constexpr std::uint64_t kLast = 6;
+    const bool is_late = m_run.reached() % 2 != 0;
+    return is_late ? m_calls - m_run.below(m_calls / kLast) : 1 + m_run.below(m_calls);
+  }
+
+  /// @return the number of system calls.
+  std::uint64_t convert_undisturbed() {
+    child_process converter("mail_converter", {m_scratch.path(), "0", "before"});
     converter.next_line();
     converter.tell("go");
     if (converter.next_line() != "done") m_run.fail("the next migration fails");
-    const double taken = std::chrono::duration<double, std::micro>(Clock::now() - begin).count();
-    m_microseconds += (taken - m_microseconds) / 8;
+    const std::uint64_t calls = std::stoull(converter.next_line().value_or("0"));
+    converter.close_input();
+    expect_normal_end(m_run, converter, "the next migration");
+    return calls;
   }
 
   /// The bytes of every mail are complete, under the old or the new name. Either all mails have
@@ -339,6 +385,7 @@ class MailFolder {
       m_run.fail(when + ": " + std::to_string(converted) + " of the mails are migrated");
     }
     ++m_windows[converted == 0 ? "no mail migrated" : "all mails migrated"];
+    m_migrated = converted;
     check_plain(when, state);
     check_list(when);
   }
@@ -409,12 +456,16 @@ class MailFolder {
   std::string m_old_list;
   std::string m_new_list;
   bool m_list_was_cut = false;
-  double m_microseconds = 5000;
+  std::uint64_t m_calls = 0;   ///< of a whole migration
+  std::size_t m_migrated = 0;  ///< mails with new names, in the last check
+  std::uint64_t m_begun = 0;   ///< kills after the first change and before the new names
+  std::uint64_t m_saved = 0;   ///< kills after the new names and before the end
   std::map<std::string, std::uint64_t> m_windows;
 };
 
 void kills_mail(Run& run) {
   MailFolder folder(run);
+  folder.learn();
   while (run.goes_on()) folder.kill_once();
   folder.tell();
 }
