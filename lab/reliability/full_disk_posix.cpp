@@ -35,6 +35,8 @@ namespace {
 
 constexpr std::size_t kPage = 4096;
 constexpr std::size_t kSteps = 17;  // 0 to 64 KB
+/// With this number of free bytes and no other writer every new file has space.
+constexpr std::size_t kEnough = 8 * kPage;
 
 std::string environment(const char* name) {
   const char* const value = std::getenv(name);
@@ -182,10 +184,14 @@ class FullDisk {
     }
     m_run.figure("saves without space that left the old text", m_old);
     m_run.figure("saves that were complete", m_new);
+    m_run.figure("first entries of a folder that were saved", m_first);
     m_run.figure("documents and key files cut short, with a trace", m_cut);
     m_run.figure("renames without space that changed nothing", m_not_renamed);
     m_run.figure("creates and renames that threw, because no file could be created", m_refused);
     if (m_old == 0) m_run.fail("every save had space: nothing was tested");
+    if (m_run.reached() < 100) return;
+    if (m_new == 0) m_run.fail("no save was ever complete");
+    if (m_first == 0) m_run.fail("no first entry was ever saved");
   }
 
  private:
@@ -238,8 +244,7 @@ class FullDisk {
   void one_step(std::size_t leave, bool other_writer) {
     const std::string what =
         std::to_string(leave) + " bytes free" + (other_writer ? ", another writer" : "") + ": ";
-    create(what,
-           see(leave, other_writer, [&] { return STGIndex::create(folder(), new_name(), 0); }));
+    create(what, leave, other_writer);
     adopt(what, leave, other_writer);
     rename(what, leave, other_writer);
     remove(what, leave, other_writer);
@@ -283,8 +288,17 @@ class FullDisk {
     if (!saved && !told) wrong(what + "a save without space is not traced");
   }
 
-  void create(const std::string& at, const Seen& seen) {
+  /// A new file may be refused only while there is little space.
+  void expect_refused_for_space(const std::string& what, const Seen& seen, std::size_t leave,
+                                bool other_writer) {
+    if (seen.raised && !other_writer && leave >= kEnough) wrong(what + "refused: " + seen.answer);
+  }
+
+  void create(const std::string& at, std::size_t leave, bool other_writer) {
     const std::string what = at + "create: ";
+    const Seen seen =
+        see(leave, other_writer, [&] { return STGIndex::create(folder(), new_name(), 0); });
+    expect_refused_for_space(what, seen, leave, other_writer);
     const std::string key = reader::key_for(m_name, 0);
     expect_others(what, seen, {key});
     if (seen.raised) {
@@ -346,6 +360,7 @@ class FullDisk {
       STGIndex::rename(folder(), from, 0, m_name, 0);
       return std::string();
     });
+    expect_refused_for_space(what, seen, leave, other_writer);
     expect_others(what, seen, {key, to});
     const auto holds_all = [&](const std::string& name) {
       return seen.after.files.count(name) != 0 &&
@@ -437,11 +452,13 @@ class FullDisk {
     const std::string other = "\\storage\\user\\other";
     make_folder(m_disk + other);
     reader::FolderState after;
-    see(leave, other_writer, [&] {
+    const Seen seen = see(leave, other_writer, [&] {
       std::string name = STGIndex::create(m_root + other, "a.kdb", 0);
       after = reader::look_at(m_disk + other);
       return name;
     });
+    expect_refused_for_space(what, seen, leave, other_writer);
+    m_first += after.lines.size();
     if (after.lines.size() > 1) wrong(what + "more than one entry");
     for (const auto& [key, stored] : after.lines) {
       if (key != reader::key_for("a.kdb", 0)) wrong(what + "invented " + key);
@@ -470,6 +487,7 @@ class FullDisk {
   std::uint64_t m_cut = 0;
   std::uint64_t m_not_renamed = 0;
   std::uint64_t m_refused = 0;
+  std::uint64_t m_first = 0;  ///< saved entries of folders without an index
 };
 
 void full_disk(Run& run) {
