@@ -1,6 +1,7 @@
 // Every public operation under an alarm: alone, and while another process has a lock that it needs.
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <filesystem>
 #include <memory>
@@ -77,23 +78,69 @@ class Alarms {
  public:
   explicit Alarms(Run& run) : m_run(run) {}
 
+  /// If the run has a limit, it picks random cases: a third each of calls alone, calls that need
+  /// not wait for a lock holder, and calls that must wait.
   void run() {
-    for (const bool synchronize : {true, false}) {
-      for (const Situation situation :
-           {Situation::kStrays, Situation::kTidy, Situation::kNoIndex}) {
-        call_alone(synchronize, situation);
-      }
+    std::vector<Case> cases = all_cases();
+    if (m_run.wanted() != 0 || m_run.budget().count() != 0) cases = mixed(std::move(cases));
+    for (const Case& each : cases) {
+      if (!m_run.goes_on()) break;
+      call(each);
     }
-    for (const Holder& holder : kHolders) call_beside(holder);
+    m_caller.reset();
+    if (m_waited == 0 && m_run.reached() > 2) m_run.fail("no call waited for a lock holder");
     m_run.figure("operations", public_operations().size());
     m_run.figure("calls that waited for a stopped process and continued after its end", m_waited);
     m_run.figure("calls that did not have to wait", m_not_waited);
   }
 
  private:
+  struct Case {
+    std::size_t operation;
+    bool synchronize;
+    Situation situation;
+    const Holder* holder;  ///< null: the operation is called alone
+
+    bool waits() const {
+      return holder != nullptr && (public_operations()[operation].waits & holder->blocks) != 0;
+    }
+  };
+
+  static std::vector<Case> all_cases() {
+    std::vector<Case> cases;
+    const std::size_t count = public_operations().size();
+    for (const bool synchronize : {true, false}) {
+      for (const Situation situation :
+           {Situation::kStrays, Situation::kTidy, Situation::kNoIndex}) {
+        for (std::size_t i = 0; i < count; ++i)
+          cases.push_back({i, synchronize, situation, nullptr});
+      }
+    }
+    for (const Holder& holder : kHolders) {
+      for (std::size_t i = 0; i < count; ++i)
+        cases.push_back({i, false, Situation::kTidy, &holder});
+    }
+    return cases;
+  }
+
+  std::vector<Case> mixed(std::vector<Case> cases) {
+    std::shuffle(cases.begin(), cases.end(), m_run.random());
+    std::array<std::vector<Case>, 3> kinds;
+    for (const Case& each : cases)
+      kinds.at(each.holder == nullptr ? 0 : each.waits() ? 2 : 1).push_back(each);
+    std::vector<Case> all;
+    for (std::size_t i = 0; all.size() < cases.size(); ++i) {
+      for (const std::vector<Case>& kind : kinds) {
+        if (i < kind.size()) all.push_back(kind[i]);
+      }
+    }
+    return all;
+  }
+
   std::string root() const { return m_scratch.path("root"); }
 
   void start(bool synchronize) {
+    m_synchronize = synchronize;
     m_caller = std::make_unique<child_process>(
         "operations_caller", std::vector<std::string>{root(), synchronize ? "on" : "off"},
         std::map<std::string, std::string>{{"VU_TEST_ALARM", "3000"}});
@@ -111,37 +158,29 @@ class Alarms {
     return false;
   }
 
-  void call_alone(bool synchronize, Situation situation) {
-    const Place place{root(), synchronize};
-    for (std::size_t i = 0; i < public_operations().size() && m_run.goes_on(); ++i) {
-      prepare(place, situation);
-      if (m_caller == nullptr) start(synchronize);
-      m_caller->tell(std::to_string(i));
-      ends(public_operations()[i].name + ", " + name_of(situation));
-      m_run.counted(1);
+  void call(const Case& which) {
+    prepare({root(), which.synchronize}, which.situation);
+    if (m_synchronize != which.synchronize) m_caller.reset();
+    if (m_caller == nullptr) start(which.synchronize);
+    if (which.holder != nullptr) {
+      call_beside(which);
+    } else {
+      m_caller->tell(std::to_string(which.operation));
+      ends(public_operations()[which.operation].name + ", " + name_of(which.situation));
     }
-    m_caller.reset();
+    m_run.counted(1);
   }
 
-  void call_beside(const Holder& holder) {
-    for (std::size_t i = 0; i < public_operations().size() && m_run.goes_on(); ++i) {
-      prepare({root(), false}, Situation::kTidy);
-      if (m_caller == nullptr) start(false);
-      call_beside(holder, i);
-      m_run.counted(1);
-    }
-    m_caller.reset();
-  }
-
-  void call_beside(const Holder& holder, std::size_t number) {
-    const PublicOperation& operation = public_operations()[number];
+  void call_beside(const Case& which) {
+    const Holder& holder = *which.holder;
+    const PublicOperation& operation = public_operations()[which.operation];
     const std::string what = operation.name + ", " + holder.what;
     const Place place{root(), false};
     child_process other("lock_holder", {place.folder() + "\\" + holder.file, holder.mode});
     if (other.next_line() != "locked") return m_run.fail("the lock holder gets no lock");
     machine::stop(other);
-    m_caller->tell(std::to_string(number));
-    if ((operation.waits & holder.blocks) == 0) {
+    m_caller->tell(std::to_string(which.operation));
+    if (!which.waits()) {
       ++m_not_waited;
       ends(what + ", without a need to wait,");
     } else if (!m_caller->stays_silent(100ms)) {
@@ -164,14 +203,18 @@ class Alarms {
   Run& m_run;
   const scratch_folder m_scratch;
   std::unique_ptr<child_process> m_caller;
+  bool m_synchronize = false;  ///< of the caller
   std::uint64_t m_waited = 0;
   std::uint64_t m_not_waited = 0;
 };
 
-/// The public members that a header declares, as "class::member".
+/// The public members that a header declares, as "class::member". Empty if the header does not
+/// declare the class in this way.
 std::set<std::string> declared_in(const std::string& header, const std::string& class_name) {
   std::string text = std::regex_replace(read_file(header), std::regex("//[^\n]*"), "");
-  text.erase(0, text.find("class VU_STORAGE_API " + class_name + " "));
+  const std::size_t begin = text.find("class VU_STORAGE_API " + class_name + " ");
+  if (begin == text.npos) return {};
+  text.erase(0, begin);
   text.erase(std::min({text.find(" private:"), text.find(" protected:"), text.size()}));
   std::set<std::string> members;
   const std::regex call("([A-Za-z_][A-Za-z_0-9]*)\\(");
@@ -195,7 +238,9 @@ void check_that_all_are_listed(Run& run) {
                                                          {"vu_fileutf8.h", "vu_fileutf8"}};
   std::size_t found = 0;
   for (const auto& [header, class_name] : classes) {
-    for (const std::string& each : declared_in(include + "/" + header, class_name)) {
+    const std::set<std::string> members = declared_in(include + "/" + header, class_name);
+    if (members.empty()) run.fail(std::string("no member found of the class ") + class_name);
+    for (const std::string& each : members) {
       ++found;
       // STGIndex has no public constructor except the copy constructor.
       if (each != "STGIndex::STGIndex" && listed.count(each) == 0) {
