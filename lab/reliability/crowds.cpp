@@ -308,6 +308,7 @@ void crowd(Run& run) {
         std::max<std::uint64_t>(1, run.wanted() * part / 20 / processes));
   };
   std::uint64_t found = 0;
+  std::uint64_t kinds = 0;
   for (const std::size_t folders : {1U, 4U}) {
     for (const bool adoption : {false, true}) {
       if (run.time_is_over() || run.failures() != 0) break;
@@ -316,6 +317,7 @@ void crowd(Run& run) {
       const Outcome outcome = CrowdRun(run, shape).run();
       run.counted(outcome.acknowledged);
       found += outcome.found;
+      ++kinds;
       tell(run,
            std::to_string(processes) + " x " + std::to_string(shape.creates) + ", folders " +
                std::to_string(folders) + (adoption ? ", synchronisation on" : ""),
@@ -323,6 +325,7 @@ void crowd(Run& run) {
       run.figure("  took", as_milliseconds(Clock::now() - begin));
     }
   }
+  run.figure("kinds of crowds", std::to_string(kinds) + " of 4");
   if (found == 0) run.fail("no reader found a document during the creates");
 }
 REGISTER_SUITE(crowd, "crowd",

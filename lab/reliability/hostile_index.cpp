@@ -206,13 +206,16 @@ void try_lines_that_are_entries(Run& run) {
 void hostile_index(Run& run) {
   STGIndex::setSynchronizeMode(false);
   const std::size_t largest = run.wanted() * kKilobyte;
+  std::uint64_t tried = 0;
   for (const Shape& shape : shapes()) {
     if (run.time_is_over()) break;
     try_shape(run, shape, largest);
+    ++tried;
   }
   try_lines_that_are_entries(run);
   STGIndex::setSynchronizeMode(true);
-  run.counted(run.wanted());
+  run.figure("kinds of text", std::to_string(tried) + " of " + std::to_string(shapes().size()));
+  run.counted(run.wanted() * tried / shapes().size());
 }
 
 /// Work that grows with the square must fail the same check.

@@ -229,7 +229,8 @@ void sequences(Run& run) {
 /// Changes one rule of the model at a time. The comparison must detect each change.
 void sequences_noticed(Run& run) {
   const auto rules = static_cast<std::uint64_t>(model::Mutation::kCount) - 1;
-  for (std::uint64_t i = 1; i <= rules && !run.time_is_over(); ++i) {
+  for (std::uint64_t i = 1; i <= rules; ++i) {
+    if (run.time_is_over()) return run.not_run("the time was over before every rule was tried");
     SequenceRunner runner(static_cast<model::Mutation>(i));
     bool is_noticed = false;
     for (std::uint64_t seed = 0; seed < run.wanted() && !is_noticed; ++seed) {
