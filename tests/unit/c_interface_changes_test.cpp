@@ -70,7 +70,7 @@ TEST_F(CInterfaceChanges, WhatAnotherProgramStoresDuringARenameIsNotLost) {
   vu_store* const hurried = hurried_store(VU_NO_WAIT);
   for (const vu_document& to : {m_far, m_next}) {
     int times_stored = 0;
-    for (std::uint64_t nth = 1;; ++nth) {
+    for (FaultNumber nth;; ++nth) {
       vu_status stored = VU_FAILED;
       const auto store = [&] {
         stored = elsewhere(
@@ -98,7 +98,7 @@ TEST_F(CInterfaceChanges, ARenameOfWhatAnotherProgramRemovesHasNothingToRename) 
   vu_store* const hurried = hurried_store(VU_NO_WAIT);
   for (const vu_document& to : {m_far, m_next}) {
     int times_removed = 0;
-    for (std::uint64_t nth = 1;; ++nth) {
+    for (FaultNumber nth;; ++nth) {
       vu_status removed = VU_FAILED;
       const auto remove = [&] {
         removed = elsewhere([&] { return vu_remove(hurried, &m_document); });
@@ -135,7 +135,7 @@ TEST_F(CInterfaceChanges, AWriteInPlaceMakesNoFileForAVersionThatIsGone) {
   int times_disturbed = 0;
   for (int way = 0; way < 4; ++way) {
     for (const bool removes : {false, true}) {
-      for (std::uint64_t nth = 1;; ++nth) {
+      for (FaultNumber nth;; ++nth) {
         SCOPED_TRACE(std::to_string(way) + (removes ? ", removed " : ", replaced ") +
                      std::to_string(nth));
         ASSERT_EQ(put(m_document, "old=1\n", VU_REPLACE), VU_DONE);
@@ -171,7 +171,7 @@ TEST_F(CInterfaceChanges, AWriteInPlaceMakesNoFileForAVersionThatIsGone) {
 TEST_F(CInterfaceChanges, AFailedCheckDoesNotMeanThatTheVersionIsStored) {
   vu_store* const hurried = hurried_store(VU_NO_WAIT);
   int times_stored = 0;
-  for (std::uint64_t nth = 1;; ++nth) {
+  for (FaultNumber nth;; ++nth) {
     // An open fails, for example that of the save. Another program creates the version. Then the
     // open of the check fails.
     std::unique_ptr<faults::Fault> next_fault;
@@ -214,7 +214,7 @@ TEST_F(CInterfaceChanges, TheStatusSaysWhetherTheChangeIsMade) {
       {"rename to another folder", [&] { return rename(m_document, m_far); }, m_far, "old"}};
   for (const Change& change : changes) {
     for (const Call call : {Call::probe_search, Call::stat}) {
-      for (std::uint64_t nth = 1;; ++nth) {
+      for (FaultNumber nth;; ++nth) {
         {
           const auto fault = faults::throw_from(call, std::bad_alloc(), nth);
           const vu_status status = change.make();
@@ -240,7 +240,7 @@ TEST_F(CInterfaceChanges, ARenameIsNotDoneIfItsTemporaryVersionStays) {
   ASSERT_EQ(vu_file_path(m_store, &m_far, path, sizeof path, nullptr), VU_DONE);
   const std::string folder(path, std::string(path).find_last_of("/\\"));
   int times_stayed = 0;
-  for (std::uint64_t nth = 1;; ++nth) {
+  for (FaultNumber nth;; ++nth) {
     vu_file::recurseRemoveDir(folder);
     vu_status status = VU_FAILED;
     bool is_over = false;
@@ -306,7 +306,7 @@ TEST_F(CInterfaceChanges, AVersionThatCannotBeOpenedIsThereOrLeavesNothing) {
     // Without Call::close: on Windows a file that stays open cannot be removed.
     for (const Call call : {Call::open, Call::lock, Call::unlock, Call::set_end}) {
       for (const bool throws : {true, false}) {
-        for (std::uint64_t nth = 1;; ++nth) {
+        for (FaultNumber nth;; ++nth) {
           vu_status status = VU_FAILED;
           {
             const auto fault = throws ? faults::throw_from(call, std::bad_alloc(), nth)
@@ -334,7 +334,7 @@ TEST_F(CInterfaceChanges, AVersionThatCannotBeOpenedIsThereOrLeavesNothing) {
 TEST_F(CInterfaceChanges, ASavedEntryIsFoundAlthoughTheFirstCheckRaises) {
   // An unlock fails, so the call checks whether its new entry is saved. The check gets no memory.
   const std::size_t before = count_of_files();
-  for (std::uint64_t nth = 1;; ++nth) {
+  for (FaultNumber nth;; ++nth) {
     std::unique_ptr<faults::Fault> next_fault;
     const auto raise_next = [&] {
       next_fault.reset(new faults::Fault(faults::throw_from(Call::open, std::bad_alloc())));
@@ -355,7 +355,7 @@ TEST_F(CInterfaceChanges, ASavedEntryKeepsItsFileIfTheSystemCannotTell) {
   const Step changes[] = {[&] { return open_new(m_next); }, [&] { return put(m_next, "new", 0); }};
   int times_saved = 0;
   for (const Step& change : changes) {
-    for (std::uint64_t nth = 1;; ++nth) {
+    for (FaultNumber nth;; ++nth) {
       std::unique_ptr<faults::Fault> lasting;
       const auto refuse_all = [&] {
         lasting.reset(new faults::Fault(faults::fail(Call::open, kRefused, 1, Times::kLasting)));
@@ -525,7 +525,7 @@ TEST_F(CInterfaceChanges, AForecastKeepsAFileWithoutAKnownTime) {
   EXPECT_EQ(forecast(), VU_DONE);
   EXPECT_EQ(count, 1);
   bool is_kept = false;
-  for (std::uint64_t nth = 1;; ++nth) {
+  for (FaultNumber nth;; ++nth) {
     const auto fault = faults::fail(Call::stat, kRefused, nth);
     const vu_status status = forecast();
     if (fault.hits() == 0) break;

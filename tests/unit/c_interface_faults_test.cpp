@@ -52,7 +52,7 @@ TEST_F(CInterfaceFaults, AStatusIsTrueIfTheIndexIsLockedDuringTheCall) {
   const std::string folder = m_scratch.path("storage\\user\\anna");
   const std::size_t before = vu_file::filenames(folder).size();
   for (const bool renames : {true, false}) {
-    for (std::uint64_t nth = 1;; ++nth) {
+    for (FaultNumber nth;; ++nth) {
       std::thread holder;
       // Before the nth lock of the call, another handle locks the index for a longer time.
       const auto lock_index = [&] {
@@ -88,7 +88,7 @@ TEST_F(CInterfaceFaults, AStatusIsTrueIfTheIndexIsLockedDuringTheCall) {
 
 TEST_F(CInterfaceFaults, AFailedReadReturnsNoSize) {
   // The reads of the index come before those of the file.
-  for (std::uint64_t nth = 1;; ++nth) {
+  for (FaultNumber nth;; ++nth) {
     const auto fault = faults::fail(Call::read, kRefused, nth);
     char bytes[100];
     std::size_t size = 77;
@@ -101,7 +101,7 @@ TEST_F(CInterfaceFaults, AFailedReadReturnsNoSize) {
 }
 
 TEST_F(CInterfaceFaults, WhatIsNotOnTheDeviceIsNotStored) {
-  for (std::uint64_t nth = 1;; ++nth) {
+  for (FaultNumber nth;; ++nth) {
     const auto fault = faults::fail(Call::flush, kRefused, nth);
     const vu_status status = put(m_document, "new", VU_REPLACE);
     if (fault.hits() == 0) break;
@@ -141,7 +141,7 @@ TEST_F(CInterfaceFaults, AVersionThatStaysAtItsOldPlaceIsReported) {
 
 TEST_F(CInterfaceFaults, ASaveThatFailsStoresNothing) {
   // The n-th open fails: first that of the index for the entry, then for the name, and so on.
-  for (std::uint64_t nth = 1;; ++nth) {
+  for (FaultNumber nth;; ++nth) {
     const auto fault = faults::fail(Call::open, kRefused, nth);
     const vu_status status = put(document("b.txt"), "new", 0);
     if (fault.hits() == 0) break;
@@ -221,7 +221,7 @@ TEST_F(CInterfaceFaults, CategoryLinesThatStayAreReported) {
   const vu_document category = document("list.ctg");
   ASSERT_EQ(vu_key_set(m_store, &category, "a.txt", "1"), VU_DONE);
   bool is_told = false;
-  for (std::uint64_t nth = 1;; ++nth) {
+  for (FaultNumber nth;; ++nth) {
     const auto fault = faults::fail(Call::read, kRefused, nth);
     const vu_status status = put(m_document, "new", VU_REPLACE);
     if (fault.hits() == 0) break;
@@ -371,7 +371,7 @@ TEST_F(CInterfaceFaults, WhatCannotBeSavedLeavesNoFile) {
   const std::size_t before = vu_file::filenames(folder).size();
   for (const auto& [name, change] : changes) {
     for (const Call call : {Call::write, Call::flush, Call::set_end}) {
-      for (std::uint64_t nth = 1;; ++nth) {
+      for (FaultNumber nth;; ++nth) {
         {
           const auto fault = faults::fail(call, kRefused, nth);
           change();
@@ -446,7 +446,7 @@ TEST_F(CInterfaceFaults, ALineIsNotLostByAFailureThatWasSurvived) {
   const vu_document file = document("keys.txt");
   ASSERT_EQ(vu_key_set(m_store, &file, "a", "1"), VU_DONE);
   for (const Call call : {Call::unlock, Call::close, Call::lock}) {
-    for (std::uint64_t nth = 1;; ++nth) {
+    for (FaultNumber nth;; ++nth) {
       vu_status status = VU_FAILED;
       {
         const auto fault = faults::fail(call, kRefused, nth);
@@ -469,7 +469,7 @@ TEST_F(CInterfaceFaults, WhatAnotherProgramWritesIntoANewFileStays) {
   ASSERT_EQ(vu_open_store(&settings, &hurried), VU_ALREADY);
   const std::string folder = m_scratch.path("storage\\user\\anna");
   const vu_document next = document("c.txt");
-  for (std::uint64_t nth = 1;; ++nth) {
+  for (FaultNumber nth;; ++nth) {
     std::string file;
     // The other program writes as soon as the index has the entry.
     const auto write_once = [&] {
@@ -505,7 +505,7 @@ TEST_F(CInterfaceFaults, AReadOnlyCopyThatCannotBeSavedIsRemoved) {
   make_read_only(source);
   const std::string in = native(source).string();
   const std::size_t before = vu_file::filenames(folder).size();
-  for (std::uint64_t nth = 1;; ++nth) {
+  for (FaultNumber nth;; ++nth) {
     {
       const auto fault = faults::fail(Call::write, kRefused, nth);
       vu_copy_in(m_store, &next, in.c_str(), 0, nullptr);
@@ -538,7 +538,7 @@ TEST_F(CInterfaceFaults, ASavedEntryStaysAlthoughALockWasRefusedBefore) {
       {"open", open}, {"key set", set}, {"put", store}};
   const std::size_t before = vu_file::filenames(folder).size();
   for (const auto& [name, change] : changes) {
-    for (std::uint64_t nth = 1;; ++nth) {
+    for (FaultNumber nth;; ++nth) {
       vu_status status = VU_FAILED;
       {
         const auto fault = faults::fail(Call::lock, held, nth);
@@ -577,7 +577,7 @@ TEST_F(CInterfaceFaults, WithinACallbackTheExportedClassesKeepTheirNames) {
 }
 
 TEST_F(CInterfaceFaults, AFolderThatTheSystemCannotCheckIsNotMissing) {
-  for (std::uint64_t nth = 1;; ++nth) {
+  for (FaultNumber nth;; ++nth) {
     const auto fault = faults::fail(Call::probe_search, kRefused, nth);
     const vu_status status = vu_exists(m_store, &m_document);
     if (fault.hits() == 0) break;

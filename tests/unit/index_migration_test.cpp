@@ -566,7 +566,7 @@ TEST_F(IndexMigration, HasNoLockOnTheIndexWhileItSavesTheListAfterAFailure) {
   make_mail_folder();
   write("read.txt", "no name\n");
   int times_failed = 0;
-  for (std::uint64_t nth = 1;; ++nth) {
+  for (FaultNumber nth;; ++nth) {
     bool is_locked = false;
     bool is_emptied = false;
     const auto look = [&] {

@@ -512,7 +512,7 @@ class CInterfaceMigration : public CInterfaceTest {
 
 TEST_F(CInterfaceMigration, AReadListThatCannotBeCutKeepsItsLines) {
   int times_kept = 0;
-  for (std::uint64_t nth = 1;; ++nth) {
+  for (FaultNumber nth;; ++nth) {
     vu_file::recurseRemoveDir(m_mails);
     make_folder(m_mails);
     write_file(m_mails + "\\read.txt", kLine);

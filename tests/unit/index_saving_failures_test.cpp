@@ -158,7 +158,8 @@ TEST_F(IndexSaving, LeavesOldLinesOrNewOnesWhicheverWriteFails) {
     SCOPED_TRACE(change.what);
     many_entries(folder, 80);
     remove_files_that_go(folder, change);
-    for (std::uint64_t nth = 1;; ++nth) {
+    std::uint64_t nth = 1;
+    for (;; ++nth) {
       const auto fault = os::faults::fail(Call::write, {28, os::Failure::kOther}, nth);
       EXPECT_NO_THROW(rewrite_index(folder, change));
       if (fault.hits() == 0) break;
@@ -167,6 +168,7 @@ TEST_F(IndexSaving, LeavesOldLinesOrNewOnesWhicheverWriteFails) {
       rewrite();
       expect_old_or_new(folder, text_in(folder.index()), change.old_lp, change.new_lp);
     }
+    EXPECT_EQ(nth > 1, folder.index() != change.old_text);
     EXPECT_EQ(folder.index(), plain_index::text_of(folder.path(), change.new_lp));
   }
 }

@@ -25,6 +25,31 @@ inline Texts operator+(Texts left, const Texts& right) {
 /// A failure of a system call for an unspecified reason.
 inline constexpr os::Status kRefused{5, os::Failure::kOther};
 
+/// The number of the call that fails in this round of a loop, from 1. The loop ends with the round
+/// whose call is never made. So a loop that ends with its first round has tested nothing.
+///
+///     for (FaultNumber nth;; ++nth) {
+///       const auto fault = faults::fail(Call::read, kRefused, nth);
+///       ...
+///       if (fault.hits() == 0) break;
+class FaultNumber {
+ public:
+  FaultNumber() = default;
+  ~FaultNumber() { EXPECT_GT(m_number, 1U) << "no call was made to fail"; }
+  FaultNumber(const FaultNumber&) = delete;
+  FaultNumber& operator=(const FaultNumber&) = delete;
+
+  FaultNumber& operator++() {
+    ++m_number;
+    return *this;
+  }
+  // NOLINTNEXTLINE(google-explicit-constructor): it is used as a number
+  operator std::uint64_t() const { return m_number; }
+
+ private:
+  std::uint64_t m_number = 1;
+};
+
 // GoogleTest finds this operator through its namespace when it prints a value.
 namespace os {
 
