@@ -287,7 +287,8 @@ void Bench::until_the_power_goes() {
   const initialised_storage storage(root(), true, adopts);
   m_disk.settle();
   m_cut = work_until_cut(m_disk.path(), index(), plan, work);
-  operations += m_cut.returned;
+  // The first operation on mails changes nothing.
+  operations += is_mail && m_cut.returned != 0 ? m_cut.returned - 1 : m_cut.returned;
   if (!m_cut.failure.empty()) throw std::runtime_error(m_cut.failure);
 }
 

@@ -276,16 +276,32 @@ class Cutter {
   for (;;) ::pause();
 }
 
-/// Shuts down from outside, at a random moment.
-void cut_from_outside(const std::string& disk, const std::string& index, const CutPlan& plan,
+/// Waits up to ten seconds until the worker has returned from this many operations, was shut down
+/// or has failed. @return whether one of these happened.
+bool comes_to(std::uint64_t operations, const Progress& progress) {
+  for (int i = 0; i < 200'000; ++i) {
+    if (progress.is_cut || progress.returned >= operations || progress.has_thrown) return true;
+    ::usleep(50);
+  }
+  return false;
+}
+
+/// Shuts down from outside, at a random moment. @return whether the worker came that far.
+bool cut_from_outside(const std::string& disk, const std::string& index, const CutPlan& plan,
                       std::size_t operations, Progress& progress) {
   std::mt19937_64 random(plan.seed);
-  const std::uint64_t wanted = 1 + random() % (operations - 1);
-  for (int i = 0; i < 200'000 && progress.returned < wanted && !progress.has_thrown; ++i)
-    ::usleep(50);
+  const bool came = comes_to(1 + random() % (operations - 1), progress);
   ::usleep(static_cast<unsigned>(random() % 3 == 0 ? random() % 5'000 : random() % 400));
   write_back(disk, index, plan.write_back, random);
   cut(disk, progress);
+  return came;
+}
+
+/// What is wrong with the end of the worker, or empty. It waits for its kill, or ends at its cut.
+std::string failure_of_end(int status) {
+  if (WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) return {};
+  if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return {};
+  return "the worker ended by itself, with the wait status " + std::to_string(status);
 }
 
 }  // namespace
@@ -323,23 +339,22 @@ CutOff work_until_cut(const std::string& disk, const std::string& index, const C
   const ::pid_t worker = ::fork();
   if (worker < 0) return {0, 0, std::string("fork: ") + std::strerror(errno)};
   if (worker == 0) work_for_ever(disk, index, plan, work, progress);
+  bool came = true;
   if (plan.call == 0) {
-    cut_from_outside(disk, index, plan, work.size(), progress);
+    came = cut_from_outside(disk, index, plan, work.size(), progress);
   } else {
     // The plan may name a call that never comes. Then the shutdown follows the last operation.
-    for (int i = 0;
-         i < 200'000 && !progress.is_cut && progress.returned < work.size() && !progress.has_thrown;
-         ++i) {
-      ::usleep(50);
-    }
+    came = comes_to(work.size(), progress);
     if (!progress.is_cut) {
       ::usleep(1'000);
       if (!progress.is_cut) cut(disk, progress);
     }
   }
   ::kill(worker, SIGKILL);
-  ::waitpid(worker, nullptr, 0);
-  CutOff result{progress.returned_at_cut, progress.begun, {}};
+  int end = 0;
+  ::waitpid(worker, &end, 0);
+  CutOff result{progress.returned_at_cut, progress.begun, failure_of_end(end)};
+  if (!came && result.failure.empty()) result.failure = "an operation does not end";
   if (!progress.is_cut) result.failure = "the file system does not support a shutdown";
   if (progress.has_thrown)
     result.failure =
@@ -428,6 +443,7 @@ Found cut_many(Run& run, std::uint64_t count, const std::string& budget, Flushes
         while (const auto last = bench.process.next_line(std::chrono::milliseconds(0))) {
           take(*last, bench.disk, run, found);
         }
+        expect_normal_end(run, bench.process, "the bench on " + bench.disk);
         bench.is_over = true;
         --left;
       }
