@@ -288,10 +288,12 @@ class MailFolder {
   explicit MailFolder(Run& run) : m_run(run) {}
 
   /// Learns the number of system calls of a whole migration.
-  void learn() {
+  /// @return whether there are enough to strike between them.
+  bool learn() {
     fill();
     m_calls = convert_undisturbed();
-    if (m_calls == 0) m_run.fail("a migration makes no system call");
+    if (m_calls < kMails) m_run.fail("a migration makes " + std::to_string(m_calls) + " calls");
+    return m_calls >= kMails;
   }
 
   /// Fills one folder. Kills a migration in it near a random system call; then another migration
@@ -314,6 +316,9 @@ class MailFolder {
     check("migrated afterwards", true);
     check_list_is_converted();
     if (!ended) m_run.counted(1);
+    // A kill takes part of the moment that the converter waits for it.
+    if (ended && ++m_late > 20 + 4 * m_run.reached())
+      m_run.fail("four of five kills come after the end of the migration");
   }
 
   void tell() const {
@@ -458,6 +463,7 @@ class MailFolder {
   bool m_list_was_cut = false;
   std::uint64_t m_calls = 0;   ///< of a whole migration
   std::size_t m_migrated = 0;  ///< mails with new names, in the last check
+  std::uint64_t m_late = 0;    ///< kills after the end of the migration
   std::uint64_t m_begun = 0;   ///< kills after the first change and before the new names
   std::uint64_t m_saved = 0;   ///< kills after the new names and before the end
   std::map<std::string, std::uint64_t> m_windows;
@@ -465,7 +471,7 @@ class MailFolder {
 
 void kills_mail(Run& run) {
   MailFolder folder(run);
-  folder.learn();
+  if (!folder.learn()) return;
   while (run.goes_on()) folder.kill_once();
   folder.tell();
 }
