@@ -23,6 +23,7 @@
 #include "lab/reliability/kills.h"
 #include "lab/reliability/reliability.h"
 #include "stg_index.h"
+#include "tests/support/index_peer.h"
 #include "tests/support/process.h"
 #include "tests/support/recording_sink.h"
 #include "tests/support/scratch.h"
@@ -279,8 +280,9 @@ class FullDisk {
     }
   }
 
-  /// A save that failed is traced; a complete one is not.
+  /// A save that failed is traced; a complete one is not. Neither ends the operation.
   void expect_trace_of_save(const std::string& what, const Seen& seen, bool saved) {
+    if (seen.raised) wrong(what + "it threw: " + seen.answer);
     ++(saved ? m_new : m_old);
     const bool told = seen.says("write file : " + folder() + "\\index.dat");
     if (saved && !seen.errors.empty())
@@ -321,9 +323,8 @@ class FullDisk {
       keys.insert(reader::key_for(name, 0));
     }
     const Seen seen = see(leave, other_writer, [&] {
-      STGIndex::setSynchronizeMode(true);
+      const synchronisation on(true);
       STGIndex::updateIndexFile(folder());
-      STGIndex::setSynchronizeMode(false);
       return std::string();
     });
     // Files whose creation could not save the index are adopted as well.
@@ -410,6 +411,7 @@ class FullDisk {
       storage.Close(document);
       return std::string();
     });
+    if (seen.raised) wrong(what + "it threw: " + seen.answer);
     expect_others(what, seen, {});
     expect_content(what, seen, file, text);
     write_file(ground() + "\\" + file, text_number(1, 3000));
@@ -463,6 +465,8 @@ class FullDisk {
     for (const auto& [key, stored] : after.lines) {
       if (key != reader::key_for("a.kdb", 0)) wrong(what + "invented " + key);
     }
+    if (!seen.raised && after.lines.empty() && seen.errors.empty())
+      wrong(what + "a save without space is not traced");
     std::filesystem::remove_all(native(m_disk + other));
   }
 
