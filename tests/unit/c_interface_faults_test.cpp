@@ -472,7 +472,7 @@ TEST_F(CInterfaceFaults, WhatAnotherProgramWritesIntoANewFileStays) {
   int times_written = 0;
   for (FaultNumber nth;; ++nth) {
     std::string file;
-    // The other program writes when the call waits for a lock and the index has the entry.
+    // The other program writes when the call takes a lock and the index has the entry.
     const auto write_once = [&] {
       if (!file.empty() || read_file(folder + "\\index.dat").find("c.txt_") == std::string::npos)
         return;
