@@ -268,6 +268,19 @@ void sweep_orphans(IndexState& own, const IndexState& now, const vu_utf8string& 
   }
 }
 
+/// Whether the removals have left a file without an entry, so that the second load adopts it.
+/// Example: the file 00000001.kdc was known only by the stem that it shares with the physical name
+/// of the entry `readme_0000000005/00000001`.
+bool uncovers_file(const IndexState& index) {
+  const os::Listing& listing = index.files().listing();
+  for (std::size_t i = 0; i < listing.size(); ++i) {
+    const os::Entry found = listing[i];
+    if (found.kind == os::EntryKind::kFolder || index_format::is_index_file(found.name)) continue;
+    if (!index.is_gone(i) && !index.knows_file(found.name)) return true;
+  }
+  return false;
+}
+
 void report_if_not_listed(FolderFiles& files) {
   const os::Status status = files.why_not_listed();
   if (status.ok()) return;
@@ -304,15 +317,17 @@ unsigned long STGIndex::cleanOutOfDateOutput(const std::string& folder, const un
     VU_TRACE_XS("          Removing entry=", logical, " ts=", timestamp, " nameOnFS=", file);
     index._remove(logical, timestamp);
     const auto [first, last] = with_prefix(folders, file + "_");
+    for (auto it = first; it != last; ++it) index.m_state->file_changes(it->str());
     cleanOutputDirectories(base, UtfNames(first, last), file, nullptr);
   }
 
-  // Without an orphan the second load changes nothing, unless it adopts what this load adopted.
-  // A missing folder is reported by both loads.
-  const bool is_loaded = index.m_state->loaded() != nullptr;
+  // The second load changes nothing if there is no orphan and nothing to adopt. A missing folder is
+  // reported by both loads.
   const UtfNames orphans = limit != 0 ? names.orphans() : UtfNames();
   if (limit != 0) report_if_not_listed(index.m_state->files());
-  if (is_loaded && !has_adopted && orphans.empty()) return removed;
+  const bool is_needed = index.m_state->loaded() == nullptr || !orphans.empty() || has_adopted ||
+                         (removed != 0 && synchronizes() && uncovers_file(*index.m_state));
+  if (!is_needed) return removed;
 
   // Required: the sweep loads the index a second time. If that load adopts a file, its save waits
   // for all locks on the index. It would wait for this instance's lock for ever.

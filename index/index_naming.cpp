@@ -90,11 +90,7 @@ std::string STGIndex::newIndex() {
 
 bool STGIndex::alreadyInMaps(const std::string& found) const {
   VU_TRACE_SCOPE(kIndexSource, vu_host::trace_level::xl);
-  const std::optional<std::string_view> key = m_state->way_back_of(found);
-  if (key && index_format::timestamp_of(*key) == 0 && index_format::logical_of(*key) == found)
-    return true;
-  const std::string_view stem = index_format::stem_of(found);
-  return m_state->way_back_of(stem).has_value();
+  return m_state->knows_file(found);
 }
 
 void STGIndex::add_not_referenced_entry(const std::string& found) {

@@ -6,6 +6,7 @@
 
 #include "file/folder_entries.h"
 #include "file/path_text.h"
+#include "index/index_format.h"
 #include "index/index_source.h"
 #include "platform/host/trace.h"
 #include "platform/os/os.h"
@@ -89,6 +90,13 @@ std::optional<std::string_view> IndexState::way_back_of(std::string_view stored)
     return m_by_stored_name[change].value;
   const IndexLine* const line = loaded_line(stored);
   return line != nullptr ? std::optional(line->key) : std::nullopt;
+}
+
+bool IndexState::knows_file(std::string_view name) const {
+  const std::optional<std::string_view> key = way_back_of(name);
+  if (key && index_format::timestamp_of(*key) == 0 && index_format::logical_of(*key) == name)
+    return true;
+  return way_back_of(index_format::stem_of(name)).has_value();
 }
 
 IndexState::NameMap IndexState::by_key() const {

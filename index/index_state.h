@@ -71,6 +71,9 @@ class IndexState {
   /// The key to which a physical name leads; if several entries have that name, the key of the
   /// first one. Valid as long as the state.
   std::optional<std::string_view> way_back_of(std::string_view stored) const;
+  /// Whether a file of the folder belongs to an entry, so that it is not adopted: an adopted entry
+  /// of its name, or any entry whose physical name is its name without the extension.
+  bool knows_file(std::string_view name) const;
 
   /// Visits the entries in byte-wise order of their keys. Calls run(lines) for consecutive loaded
   /// entries without a change, as many as possible at once, and changed(key, stored) for each other

@@ -527,6 +527,52 @@ TEST_F(IndexCleaning, RemovesVersionsWhoseNamesAreNoUtf8UnderTheLimitZero) {
 }
 #endif
 
+/// A file that only a removed entry hid is adopted by the same clean.
+TEST_F(IndexCleaning, AdoptsAFileThatARemovedEntryHid) {
+  const std::string bak = "notes.txt.bak_0000000000/notes.txt.bak\n";
+  struct Case {
+    std::uint32_t limit;
+    Texts old;
+    Texts young;
+    std::string index;
+    std::string adopted;
+  };
+  const Case cases[] = {
+      // By the stem, which is its physical name.
+      {0,
+       {"00000001"},
+       {"00000001.kdc"},
+       "readme_0000000000/00000001\n",
+       "00000001.kdc_0000000000/00000001.kdc\n"},
+      {3600, {"notes.txt"}, {"notes.txt.bak"}, "notes.txt_0000000000/notes.txt\n", bak},
+      // "notes.txt.bak" begins with the name of an entry that stays, but has another stem.
+      {3600,
+       {"notes.txt"},
+       {"notes.txt.bak", "n"},
+       "n_0000000000/n\nnotes.txt_0000000000/notes.txt\n",
+       "n_0000000000/n\n" + bak},
+      // It is also the file of an entry that stays.
+      {3600,
+       {"foo"},
+       {"foo.txt"},
+       "readme_0000000005/foo.txt\nx_0000000005/foo\n",
+       "foo.txt_0000000000/foo.txt\nreadme_0000000005/foo.txt\n"},
+  };
+  for (const auto& [limit, old, young, index, adopted] : cases) {
+    for (const bool synchronizes : {true, false}) {
+      SCOPED_TRACE(index + (synchronizes ? "on" : "off"));
+      const synchronisation state(synchronizes);
+      for (const std::string& name : old) write_aged(name, kDay);
+      for (const std::string& name : young) write_aged(name, 10);
+      folder.set_index(index);
+      EXPECT_EQ(clean(limit), 1U);
+      EXPECT_EQ(folder.index() == adopted, synchronizes) << folder.index();
+      for (const std::string& name : folder.names())
+        EXPECT_TRUE(os::remove_file(folder.path(name)).ok());
+    }
+  }
+}
+
 TEST_F(IndexCleaning, OfAllOutputEmptiesTheIndexAndLeavesTheRest) {
   write_aged("00000001.kdc", 10);
   write_aged("00000002.kdc", kDay);

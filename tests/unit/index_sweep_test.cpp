@@ -367,6 +367,14 @@ TEST_F(IndexCleaning, RemovesSubPartFoldersUnderTheLimitZeroToo) {
   EXPECT_EQ(folder.names(), (Texts{"index.dat", "notes.txt_file", "notes.txtx"}));
 }
 
+TEST_F(IndexCleaning, DropsALineThatOnlyARemovedFolderMadeValid) {
+  write_aged("00000001.kdc", kDay);
+  make_folder(folder.path("00000001.kdc_"));
+  folder.set_index("a.kdc_0000000001/00000001\nz_0000000001/00000001.kdc_\n");
+  EXPECT_EQ(clean(3600), 1U);
+  EXPECT_EQ(folder.index(), " ");
+}
+
 TEST_F(IndexCleaning, LooksAtTheFolderAsItWasBeforeTheFirstRemoval) {
   write_aged("00000001.kdc", kDay);
   folder.set_index("a.kdc_0000000001/00000001\n");
