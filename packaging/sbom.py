@@ -1,10 +1,11 @@
 """The software bill of materials (SBOM) of a package, as SPDX 2.3 in JSON.
 
-  sbom.py write --kind windows|debian --version X.Y.Z FOLDER FILE    writes FILE, which lists each file below FOLDER
-  sbom.py check FOLDER FILE                                          compares FILE with FOLDER and checks its format
+  sbom.py write --kind windows --version X.Y.Z --poco VERSION FOLDER FILE    writes FILE, which lists each file below FOLDER
+  sbom.py write --kind debian --version X.Y.Z FOLDER FILE
+  sbom.py check FOLDER FILE                                                  compares FILE with FOLDER and checks its format
 
 MATERIALS names the third-party software for each kind. Its versions are those of the Debian packages that are installed
-on this machine.
+on this machine. Only the POCO of the Windows build is built from a source package, whose version can differ.
 """
 import argparse
 import hashlib
@@ -61,7 +62,7 @@ def debian_version(package):
     return answer.stdout
 
 
-def write(kind, version, folder, target):
+def write(kind, version, poco, folder, target):
     paths = files_below(folder, target)
     if not paths:
         sys.exit(f"error: there is no file below {folder}: name the folder of the package")
@@ -94,7 +95,7 @@ def write(kind, version, folder, target):
         packages.append({
             "SPDXID": reference,
             "name": part["name"],
-            "versionInfo": debian_version(part["debian"]),
+            "versionInfo": poco if poco and part["debian"] == "libpoco-dev" else debian_version(part["debian"]),
             "downloadLocation": "NOASSERTION",
             "filesAnalyzed": False,
             "licenseConcluded": part["licence"],
@@ -168,12 +169,13 @@ if __name__ == "__main__":
     parser.add_argument("action", choices=("write", "check"))
     parser.add_argument("--kind", choices=("windows", "debian"))
     parser.add_argument("--version")
+    parser.add_argument("--poco")
     parser.add_argument("folder", type=pathlib.Path)
     parser.add_argument("file", type=pathlib.Path)
     given = parser.parse_args()
     if given.action == "check":
         check(given.folder, given.file)
-    elif given.kind and given.version:
-        write(given.kind, given.version, given.folder, given.file)
+    elif given.kind and given.version and bool(given.poco) == (given.kind == "windows"):
+        write(given.kind, given.version, given.poco, given.folder, given.file)
     else:
-        parser.error("write needs --kind and --version")
+        parser.error("write needs --kind and --version, and --poco for the kind windows only")

@@ -55,7 +55,9 @@ stage() {
     [ -f "$tree/bin/$dll.dll" ] || die "$tree/bin/$dll.dll is missing: see $work/install.log"
   done
   sign_tree "$tree"
-  python3 packaging/sbom.py write --kind windows --version "$version" "$tree" "$tree/vu_storage.spdx.json"
+  local poco
+  poco=$(cat "$DEPS/mingw/poco/version")
+  python3 packaging/sbom.py write --kind windows --version "$version" --poco "$poco" "$tree" "$tree/vu_storage.spdx.json"
   python3 packaging/sbom.py check "$tree" "$tree/vu_storage.spdx.json"
 }
 

@@ -37,6 +37,9 @@ archive=$(find "$work/fetched" -name 'poco_*.orig.tar.*' ! -name '*.asc' | head 
 [ -n "$archive" ] || die "no poco_*.orig.tar.* in Debian's source package of POCO: $(ls "$work/fetched")"
 tar -xf "$archive" -C "$work/source" --strip-components=1
 
+version=$(sed -n 's/^Version: //p' "$work"/fetched/poco_*.dsc | grep -m 1 '^[0-9]')
+[ -n "$version" ] || die "no version in Debian's source package of POCO: $(ls "$work/fetched")"
+
 # Only Debian's security patches apply here. Its other patches are for its shared libraries.
 patches=$(find "$work/fetched" -name 'poco_*.debian.tar.*' | head -n 1)
 tar -xf "$patches" -C "$work"
@@ -94,6 +97,9 @@ quietly "$work/install.log" "installing POCO" cmake --install "$work/build" --st
 
 # POCO's public headers include some of these as well.
 cp "$work"/shims/* "$work/prefix/include/"
+
+# For the list of third-party software in a package.
+echo "$version" >"$work/prefix/version"
 
 # The new folder replaces the old one last, with its stamp inside, so that an interrupted run leaves no half result.
 echo "$key" >"$work/prefix/.complete"
