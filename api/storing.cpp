@@ -207,8 +207,13 @@ void store_in_place(const Address& address, const Source& source, std::uint32_t 
   Call::current().note_change();
 }
 
-vu_status store(const Address& address, const Source& source, std::uint32_t flags,
-                std::int32_t* how) {
+/// What store() has done. Set before it throws, if the version is stored.
+struct Stored {
+  std::int32_t how = VU_STORED_AT_ONCE;
+  bool is_whole = true;  ///< nothing failed after the save: no old file stays
+};
+
+vu_status store(const Address& address, const Source& source, std::uint32_t flags, Stored& stored) {
   Place place;
   if (!source.path.empty() && !is_there(source.path))
     throw Refusal{VU_NOTHING_MATCHED, "there is no such file", told_path(source.path)};
@@ -221,18 +226,26 @@ vu_status store(const Address& address, const Source& source, std::uint32_t flag
     // Reads of this name return a file with exactly this name, whatever the index contains.
     in_place = is_there(folder + "\\" + address.name);
   }
-  bool is_whole = true;
   if (in_place) {
     store_in_place(address, source, flags);
+    stored.how = VU_STORED_IN_PLACE;
   } else {
     Staged staged(folder, address);
     fill(source, staged.place());
-    is_whole = staged.rename_to(address, flags);
+    stored.is_whole = staged.rename_to(address, flags);
   }
-  if (how != nullptr) *how = in_place ? VU_STORED_IN_PLACE : VU_STORED_AT_ONCE;
   const vu_status status =
       existed && !in_place ? without_derived(address, place) : done_unless_told();
-  return is_whole ? status : partly_done("the version is stored, but an old file may stay", folder);
+  return stored.is_whole ? status
+                         : partly_done("the version is stored, but an old file may stay", folder);
+}
+
+vu_status store(const Address& address, const Source& source, std::uint32_t flags,
+                std::int32_t* how) {
+  Stored stored;
+  const vu_status status = store(address, source, flags, stored);
+  if (how != nullptr) *how = stored.how;
+  return status;
 }
 
 /// Whether a version still has a file. After the deadline the index may be locked.
@@ -261,25 +274,28 @@ vu_status remove_copied(const Address& address, const Place& copied, const std::
 vu_status move(const Address& from, const Place& old, const Address& to, const std::string& folder,
                std::uint32_t flags, const std::string& replaced) {
   wait_for_index(old.folder);
-  vu_status stored = VU_DONE;
-  std::int32_t how = VU_STORED_AT_ONCE;
+  vu_status status = VU_DONE;
+  Stored stored;
   std::exception_ptr left;
   try {
-    stored = store(to, {nullptr, 0, old.path()}, flags, &how);
+    status = store(to, {nullptr, 0, old.path()}, flags, stored);
   } catch (...) {
     if (!Call::current().is_changed()) throw;
     left = std::current_exception();
   }
-  // Required, as within one folder: while the replaced file stays, a program that has loaded the
-  // index before can give it the new name again. Then only the old version has the bytes.
-  if (how == VU_STORED_AT_ONCE && !replaced.empty() && vu_file::exists(replaced))
+  // Required, as within one folder: while a replaced file stays, a program that has loaded the
+  // index before can give it the new name again. Then only the old version has the bytes. It may be
+  // the file of a version that another program has stored since the look.
+  const bool stays =
+      stored.how == VU_STORED_AT_ONCE && !replaced.empty() && vu_file::exists(replaced);
+  if (stays || !stored.is_whole)
     throw Refusal{VU_PARTLY_DONE,
-                  "the version is stored under its new name; the old one stays, because the file "
+                  "the version is stored under its new name; the old one stays, because a file "
                   "that it replaces cannot be removed",
-                  told_path(replaced)};
+                  told_path(stays ? replaced : folder)};
   const vu_status removed = remove_copied(from, old, folder);
   if (left) std::rethrow_exception(left);
-  return stored != VU_DONE ? stored : removed;
+  return status != VU_DONE ? status : removed;
 }
 
 vu_status rename_found(const Address& from, const Place& old, const Address& to,

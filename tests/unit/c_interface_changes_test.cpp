@@ -270,25 +270,6 @@ TEST_F(CInterfaceChanges, ARenameWhoseOldVersionStaysIsPartlyDone) {
   EXPECT_EQ(content(m_document), "old");
 }
 
-TEST_F(CInterfaceChanges, ARenameToAnotherFolderKeepsTheOldVersionWhileAReplacedFileStays) {
-  ASSERT_EQ(put(m_far, "replaced", 0), VU_DONE);
-  char path[1000];
-  ASSERT_EQ(vu_file_path(m_store, &m_far, path, sizeof path, nullptr), VU_DONE);
-  const std::string folder(path, std::string(path).find_last_of("/\\"));
-  {
-    // Another program loads the index before the rename, and saves it afterwards.
-    STGIndex other = stg_index_test_peer::load(folder);
-    other.close();
-    stg_index_test_peer::_create(other, "other.kdf", 0);
-    const auto fault = faults::fail(Call::remove_file, kRefused);
-    EXPECT_EQ(rename(m_document, m_far, VU_REPLACE), VU_PARTLY_DONE);
-    EXPECT_EQ(fault.hits(), 1U);
-    EXPECT_EQ(content(m_far), "old");
-  }
-  EXPECT_EQ(content(m_far), "replaced");
-  EXPECT_EQ(content(m_document), "old");
-}
-
 TEST_F(CInterfaceChanges, AVersionWhoseOldFileStaysIsStored) {
   const auto fault = faults::fail(Call::remove_file, kRefused, 1, Times::kLasting);
   EXPECT_EQ(put(m_document, "new", VU_REPLACE), VU_PARTLY_DONE);
