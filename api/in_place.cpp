@@ -183,6 +183,8 @@ void open_to_write(vu_file& file, const Address& address, bool replaces) {
   });
   if (!file.is_open() || !file.is_locked()) return;
   if (existed && LockLimit::is_set()) return empty_in_time(file, address, place);
+  // Since this call entered the version, another program can have opened and written it.
+  if (!existed && !replaces && size_of(file) != 0) return file.close();
   file.clear();
 }
 

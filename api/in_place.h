@@ -46,9 +46,10 @@ class SourceFile {
 /// vu_storage::OpenWrite2(). Within a time limit all locks are taken first. So an existing version
 /// is unchanged after VU_LOCK_TIMEOUT.
 ///
-/// The file stays closed after a failure that was traced, and if the version exists and is not to
-/// be replaced. It can be open without its lock. A version that was created stays, empty: another
-/// program may have opened its file already. @throws Refusal, vu_file_except
+/// The file stays closed after a failure that was traced, and if the version is not to be replaced
+/// and exists, or another program writes it just after it was created. It can be open without its
+/// lock. A version that was created stays, empty: another program may have opened its file already.
+/// @throws Refusal, vu_file_except
 void open_to_write(vu_file& file, const Address& address, bool replaces);
 
 /// Whether a file that open_to_write() opened is empty and belongs to the version: some failures

@@ -470,8 +470,8 @@ enum {
  *
  * @param mode one of the four.
  * @param stream receives the handle; null on failure. The caller closes it with vu_stream_close().
- * @return VU_NOTHING_MATCHED: there is nothing to read. VU_ALREADY: with VU_WRITE_NEW, it exists.
- *   VU_OUTDATED: see above.
+ * @return VU_NOTHING_MATCHED: there is nothing to read. VU_ALREADY: with VU_WRITE_NEW, it exists,
+ *   or another program has written it during the call. VU_OUTDATED: see above.
  *
  * To read it waits for writers of the index, then for writers of the document. To write it waits
  * for writers of the index, and for a new version also for readers of the index. Then it waits for

@@ -128,6 +128,44 @@ TEST_F(CInterfaceInPlace, OfTwoThatReplaceAVersionTheLaterSaveWins) {
   }
 }
 
+TEST_F(CInterfaceInPlace, WhatAnotherProgramWritesIntoANewVersionIsNotCleared) {
+  // The other program opens the version as soon as the index has it, writes, and closes it.
+  const auto write_next = [&] {
+    vu_stream* stream = nullptr;
+    const vu_status status = vu_open(m_store, &m_next, VU_WRITE_NEW, &stream);
+    if (status != VU_DONE) return status;
+    EXPECT_EQ(vu_stream_write(stream, "mine", 4), VU_DONE);
+    return vu_stream_close(stream);
+  };
+  const auto write_in_place = [&] { return put(m_next, "mine", VU_IN_PLACE); };
+  for (const Step& change : {Step(write_next), Step(write_in_place)}) {
+    int times_other = 0;
+    for (FaultNumber nth;; ++nth) {
+      SCOPED_TRACE(nth);
+      vu_remove(m_store, &m_next);
+      vu_status other = VU_FAILED;
+      const auto write_over = [&] {
+        const std::uint32_t flags = VU_REPLACE | VU_IN_PLACE;
+        other = elsewhere([&] { return vu_put(m_hurried, &m_next, "other", 5, flags, nullptr); });
+      };
+      vu_status status = VU_FAILED;
+      bool is_over = false;
+      {
+        const auto hook = faults::before(Call::open, write_over, nth);
+        status = change();
+        is_over = hook.hits() == 0;
+      }
+      EXPECT_EQ(status, other == VU_DONE ? VU_ALREADY : VU_DONE) << last_error().text;
+      EXPECT_EQ(content(m_next), other == VU_DONE ? "other" : "mine");
+      EXPECT_EQ(orphans(), std::vector<std::string>());
+      times_other += other == VU_DONE ? 1 : 0;
+      if (is_over) break;
+      ASSERT_LT(nth, 100U);
+    }
+    EXPECT_GT(times_other, 3);
+  }
+}
+
 TEST_F(CInterfaceInPlace, AVersionThatAnotherProgramRemovesAgainWasThere) {
   int times_both = 0;
   for (std::uint64_t first = 1;; ++first) {
