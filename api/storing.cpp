@@ -39,6 +39,10 @@ void copy_over(const std::string& from, const std::string& to, os::IfExists if_e
   os::CopiedTime time = os::CopiedTime::kKept;
   const os::Status copied = os::copy(from, to, if_exists, &time);
   if (copied.ok()) return;
+  os::FileStat target;
+  if (os::stat(to, target).ok() && target.is_directory)
+    throw Refusal{VU_FAILED, "the target is a folder; name a file in it", told_path(to),
+                  copied.code()};
   if (copied.failure() == os::Failure::kAlreadyExists)
     throw Refusal{VU_ALREADY, "the file exists; set VU_REPLACE to replace it", told_path(to)};
   // If the source exists, "not found" refers to the folder of the target.

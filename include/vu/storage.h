@@ -392,7 +392,7 @@ VU_C_API vu_status vu_copy_in(vu_store* store, const vu_document* document, cons
  * @param path the target file.
  * @param flags VU_REPLACE; without it VU_ALREADY if the file exists.
  * @return VU_NOTHING_MATCHED: there is no such version. VU_FAILED: also, at once, if the target is
- *   locked or a writer has locked the document. Waits as vu_exists().
+ *   a folder or locked, or a writer has locked the document. Waits as vu_exists().
  */
 VU_C_API vu_status vu_copy_out(vu_store* store, const vu_document* document, const char* path,
                                uint32_t flags);

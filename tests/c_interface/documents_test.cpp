@@ -484,6 +484,21 @@ TEST(CDocuments, ACopyIntoAFolderThatIsMissingFailsAndNamesIt) {
   EXPECT_EQ(vu_copy_out(store(), &missing, out.c_str(), 0), VU_NOTHING_MATCHED);
 }
 
+TEST(CDocuments, ACopyOntoAFolderFailsAndNamesIt) {
+  const vu_document where = document("copy-onto", "a.kdf", 1);
+  ASSERT_EQ(put(where, "bytes"), VU_DONE);
+  const scratch_folder outside;
+  const std::string out = native(outside.path()).string();
+  for (const std::uint32_t flags : {0U, std::uint32_t{VU_REPLACE}}) {
+    EXPECT_EQ(vu_copy_out(store(), &where, out.c_str(), flags), VU_FAILED) << flags;
+    EXPECT_STREQ(last_error().text, "the target is a folder; name a file in it");
+    EXPECT_EQ(std::string(last_error().path), out);
+    EXPECT_NE(last_error().system_code, 0);
+  }
+  EXPECT_TRUE(folder_exists(outside.path()));
+  EXPECT_EQ(content(where), "bytes");
+}
+
 TEST(CDocuments, AReadOnlyFileIsCopiedInAndReplacedAgain) {
   const scratch_folder outside;
   write_file(outside.path("in"), "read-only");
