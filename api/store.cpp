@@ -304,17 +304,17 @@ vu_status join(const vu_settings& settings, const std::string& root) {
   if (!StorageGate::initialised())
     throw Refusal{VU_NO_TREE, "no storage is open; open one with a root", {}};
   const std::string& in_force = vu_storage::getStoragePath();
-  if (settings.root == nullptr) {
-    require_areas();
-    return VU_ALREADY;
+  if (settings.root != nullptr) {
+    const bool has_shared_folders = (settings.flags & VU_SHARED_FOLDERS) != 0;
+    if (in_force != root + "\\storage")
+      throw Refusal{VU_REFUSED, "this process has opened another root", told_path(in_force)};
+    if (has_shared_folders == StorageGate::owners_have_folders())
+      throw Refusal{VU_REFUSED, "this process has opened the root with another VU_SHARED_FOLDERS",
+                    told_path(in_force)};
   }
-  const bool has_shared_folders = (settings.flags & VU_SHARED_FOLDERS) != 0;
-  if (in_force != root + "\\storage")
-    throw Refusal{VU_REFUSED, "this process has opened another root", told_path(in_force)};
-  if (has_shared_folders == StorageGate::owners_have_folders())
-    throw Refusal{VU_REFUSED, "this process has opened the root with another VU_SHARED_FOLDERS",
-                  told_path(in_force)};
   require_areas();
+  last_problem().set_text("the storage is open already; use this handle, and close it too");
+  last_problem().set_path(told_path(in_force));
   return VU_ALREADY;
 }
 

@@ -227,10 +227,10 @@ typedef struct vu_settings {
  * @param store receives the handle with VU_DONE and VU_ALREADY, otherwise null. The caller closes
  *   it with vu_close_store().
  * @return VU_DONE: this call initialised the storage. VU_ALREADY: the storage was open with this
- *   root already; the handle is valid. VU_REFUSED: it is open with another root or layout; the path
- *   in vu_last_error() is the one in use. VU_NO_TREE: the root is not a folder, or it is null and
- *   no storage is open. VU_FAILED: a folder of the storage cannot be created; the process keeps
- *   this root, and a later call tries again.
+ *   root already; the handle is valid. VU_REFUSED: it is open with another root or layout. In both
+ *   cases the path in vu_last_error() is the folder "storage" in use. VU_NO_TREE: the root is not a
+ *   folder, or it is null and no storage is open. VU_FAILED: a folder of the storage cannot be
+ *   created; the process keeps this root, and a later call tries again.
  */
 VU_C_API vu_status vu_open_store(const vu_settings* settings, vu_store** store);
 

@@ -45,6 +45,11 @@ TEST(CStore, ANullRootJoinsTheStorageInForce) {
   const vu_settings settings = VU_SETTINGS_INIT;
   vu_store* joined = nullptr;
   EXPECT_EQ(vu_open_store(&settings, &joined), VU_ALREADY);
+  EXPECT_STREQ(last_error().text, "the storage is open already; use this handle, and close it too");
+  const std::string in_use = last_error().path;
+  char folder[2000];
+  EXPECT_EQ(vu_folder(store(), 0, folder, sizeof folder, nullptr), VU_DONE);
+  EXPECT_EQ(in_use, folder);
   EXPECT_EQ(vu_close_store(joined), VU_DONE);
 }
 

@@ -172,7 +172,7 @@ TEST_F(CInterfaceFaults, ARemovedStorageIsMadeAgainByTheNextOpen) {
   ASSERT_EQ(vu_close_store(m_store), VU_DONE);
   const vu_settings settings = VU_SETTINGS_INIT;
   EXPECT_EQ(vu_open_store(&settings, &m_store), VU_ALREADY);
-  EXPECT_STREQ(last_error().text, "the library gives no reason");
+  EXPECT_STREQ(last_error().text, "the storage is open already; use this handle, and close it too");
   EXPECT_EQ(put(m_document, "new", 0), VU_DONE);
 }
 
