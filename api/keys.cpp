@@ -10,6 +10,7 @@
 #include "file/lock_limit.h"
 #include "stg_index.h"
 #include "storage/key_text.h"
+#include "vu_file_except.h"
 #include "vu_storage.h"
 
 // Key files and profiles. A change holds the lock of the file from reading to writing.
@@ -83,6 +84,19 @@ Place place_of(const KeyFile& file) {
   return place;
 }
 
+/// Calls @p use with the place of a plain key file. @throws Refusal VU_NOTHING_MATCHED also if the
+/// file is removed meanwhile
+template <class Use>
+auto at_plain(const KeyFile& file, const Use& use) {
+  const Place place = place_of(file);
+  try {
+    return use(place);
+  } catch (const vu_file_except&) {
+    if (!LockLimit::passed()) static_cast<void>(place_of(file));
+    throw;
+  }
+}
+
 STG::NameValueSeq load(const KeyFile& from) {
   const auto read = [](const Place& place) {
     vu_file file;
@@ -91,7 +105,7 @@ STG::NameValueSeq load(const KeyFile& from) {
     check_locked(file);
     return lines_of(read_to_end(file).view());
   };
-  return from.is_plain() ? read(place_of(from)) : at_place_of(from.address, read);
+  return from.is_plain() ? at_plain(from, read) : at_place_of(from.address, read);
 }
 
 vu_status get(const KeyFile& from, const std::string& name, char* buffer, std::size_t room,
@@ -135,16 +149,17 @@ std::optional<std::string> changed(std::string_view text, const std::string& nam
 
 /// Opens a key file with its lock, to change it. @throws Refusal, vu_file_except
 Place open_to_change(const KeyFile& of, Missing missing, vu_file& file) {
-  if (of.is_plain()) {
-    const bool is_created = missing == Missing::kIsCreated;
-    const Place place = is_created ? Place{of.folder, of.name, 0} : place_of(of);
-    if (is_created) {
-      file.open(place.folder, place.file, vu_file_base::o_append);
-    } else {
-      static_cast<void>(open_existing(file, place.folder, place.file, vu_file_base::o_append));
-    }
+  if (of.is_plain() && missing == Missing::kIsCreated) {
+    file.open(of.folder, of.name, vu_file_base::o_append);
     check_locked(file);
-    return place;
+    return {of.folder, of.name, 0};
+  }
+  if (of.is_plain()) {
+    return at_plain(of, [&](const Place& place) {
+      static_cast<void>(open_existing(file, place.folder, place.file, vu_file_base::o_append));
+      check_locked(file);
+      return place;
+    });
   }
   const auto look = [&] {
     if (missing == Missing::kIsAFailure) return place_of(of);

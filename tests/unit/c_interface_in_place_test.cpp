@@ -483,6 +483,25 @@ TEST_F(CInterfaceInPlace, ACategoryFileThatIsRemovedMeanwhileIsNotMadeAgain) {
   EXPECT_EQ(vu_close_store(patient), VU_DONE);
 }
 
+TEST_F(CInterfaceInPlace, AProfileThatIsRemovedMeanwhileIsMissing) {
+  const scratch_folder config;
+  vu_storage_test_peer::set_config_dir_path(config.path());
+  const std::string master = config.path("master.txt");
+  const auto visit = [](void*, const char*, const char*) { return std::int32_t{0}; };
+  const Step uses[] = {
+      [&] { return vu_profile_get(m_store, nullptr, "master.txt", "a", nullptr, 0, nullptr); },
+      [&] { return vu_profile_each(m_store, nullptr, "master.txt", visit, nullptr); },
+      [&] { return vu_profile_delete(m_store, nullptr, "master.txt", "a"); }};
+  for (const Step& use : uses) {
+    write_file(master, "a=1\n");
+    const auto hook = faults::before(Call::open, [&] { vu_file::remove(master); });
+    EXPECT_EQ(use(), VU_NOTHING_MATCHED) << last_error().text;
+    EXPECT_EQ(hook.hits(), 1U);
+    EXPECT_STREQ(last_error().text, "there is no such key file");
+    EXPECT_FALSE(vu_file::exists(master));
+  }
+}
+
 // ---- a cut that the system refuses --------------------------------------------------------------
 
 TEST_F(CInterfaceInPlace, ACategoryFileThatCannotBeCutKeepsItsLines) {
