@@ -4,7 +4,6 @@
 
 #include "file/folder_entries.h"
 #include "file/path_text.h"
-#include "index/counter.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "index/index_state.h"

@@ -10,7 +10,6 @@
 #include "file/lock_limit.h"
 #include "file/path_text.h"
 #include "file/replacement.h"
-#include "index/counter.h"
 #include "index/index_format.h"
 #include "index/index_source.h"
 #include "index/index_state.h"
