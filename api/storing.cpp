@@ -292,11 +292,15 @@ vu_status move(const Address& from, const Place& old, const Address& to, const s
   // the file of a version that another program has stored since the look.
   const bool stays =
       stored.how == VU_STORED_AT_ONCE && !replaced.empty() && vu_file::exists(replaced);
-  if (stays || !stored.is_whole)
+  if (stays)
     throw Refusal{VU_PARTLY_DONE,
                   "the version is stored under its new name; the old one stays, because a file "
                   "that it replaces cannot be removed",
-                  told_path(stays ? replaced : folder)};
+                  told_path(replaced)};
+  if (!stored.is_whole) {
+    if (left) std::rethrow_exception(left);
+    return status;
+  }
   const vu_status removed = remove_copied(from, old, folder);
   if (left) std::rethrow_exception(left);
   return status != VU_DONE ? status : removed;

@@ -75,6 +75,17 @@ class CInterfaceTest : public testing::Test {
     return names;
   }
 
+  /// The files without an entry. They would be adopted, each as a document under its own name.
+  std::vector<std::string> orphans() const {
+    STGIndex::NameMap entries;
+    STGIndex::plValues(m_folder, entries);
+    std::vector<std::string> found;
+    for (const std::string& name : vu_file::filenames(m_folder)) {
+      if (entries.count(name) == 0 && !name.starts_with("index")) found.push_back(name);
+    }
+    return found;
+  }
+
   /// How many files the folder of the document has, with the index and its counter.
   std::size_t count_of_files() const { return vu_file::filenames(m_folder).size(); }
   /// Another handle of the storage, with a time limit. The test closes it.
