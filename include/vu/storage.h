@@ -424,11 +424,11 @@ VU_C_API vu_status vu_remove(vu_store* store, const vu_document* document);
  *   the same version, nothing changes and the call returns VU_DONE.
  * @return VU_NOTHING_MATCHED: there is no version `from`. VU_PARTLY_DONE: the version has its new
  *   name, but the old version or something derived from the replaced one stays. The old version
- *   stays also if the system keeps a file that the new one replaces: see vu_put(). VU_ALREADY: both
- *   versions are unchanged. VU_REFUSED: also if another file hides the version, see vu_remove().
- *   VU_FAILED: the version has its old name. Exception: if the system does not tell whether the
- *   index was saved, it is complete under one of the two names, or both. Waits as vu_put() and
- *   vu_remove().
+ *   stays also if a step after the change fails, for example if the system keeps a file that the
+ *   new one replaces: see vu_put(). VU_ALREADY: both versions are unchanged. VU_REFUSED:
+ *   also if another file hides the version, see vu_remove(). VU_FAILED: the version has its old
+ *   name. Exception: if the system does not tell whether the index was saved, it is complete under
+ *   one of the two names, or both. Waits as vu_put() and vu_remove().
  */
 VU_C_API vu_status vu_rename(vu_store* store, const vu_document* from, const vu_document* to,
                              uint32_t flags);
