@@ -65,6 +65,13 @@ class FolderCheck {
             std::move(detail), line.timestamp});
   }
 
+  /// A finding about the key of a line, which may lead to no version.
+  void found_key(Code code, const LintedLine& line, const std::string& detail) {
+    const DocumentFolder& folder = m_view.folder();
+    m_sink({code, folder.area, folder.owner, folder.path, index_format::kIndexFile, line.number,
+            "key " + in_quotes(line.key) + ", " + detail, std::nullopt, std::string(line.key)});
+  }
+
   /// @return whether check_counter() can read the counter.
   bool check_writable() {
     if (!m_options.ask_writable) return true;
@@ -133,10 +140,9 @@ class FolderCheck {
         found(Code::kUnknownLine, line, "physical name " + in_quotes(line.stored));
         break;
       case Verdict::kDuplicateKey:
-        found(Code::kDuplicateKey, line.key,
-              "physical name " + in_quotes(line.stored) + ", same key as line " +
-                  std::to_string(line.same_key_as),
-              line.number);
+        found_key(Code::kDuplicateKey, line,
+                  "physical name " + in_quotes(line.stored) + ", same key as line " +
+                      std::to_string(line.same_key_as));
         break;
       case Verdict::kNoSeparator: malformed("", " contains no \"/\""); break;
       case Verdict::kShortKey: malformed("the key in ", " is too short"); break;
@@ -145,8 +151,7 @@ class FolderCheck {
 
   void check_entry(const LintedLine& line) {
     ++m_summary.entries;
-    if (line.has_odd_stamp)
-      found(Code::kOddTimestamp, line.key, "file " + in_quotes(line.file), line.number);
+    if (line.has_odd_stamp) found_key(Code::kOddTimestamp, line, "file " + in_quotes(line.file));
     const bool is_replaced = line.listed != FolderView::kNone &&
                              (m_view.names()[line.listed].kind == sys::Kind::kFolder ||
                               m_view.names()[line.listed].kind == sys::Kind::kOther);
@@ -156,10 +161,9 @@ class FolderCheck {
       found(Code::kEntryWithoutFile, line,
             "physical name " + in_quotes(line.stored) + ", file " + in_quotes(line.file));
     if (line.same_stored_as != 0)
-      found(
-          Code::kDuplicatePhysicalName, line.stored,
-          "in lines " + std::to_string(line.same_stored_as) + " and " + std::to_string(line.number),
-          line.number);
+      found_key(Code::kDuplicatePhysicalName, line,
+                "physical name " + in_quotes(line.stored) + " in lines " +
+                    std::to_string(line.same_stored_as) + " and " + std::to_string(line.number));
     if (const char* why = why_not_safe(line.logical)) found(Code::kUnsafeName, line, why);
     check_reach(line);
     const bool is_own_name = line.timestamp == 0 && line.stored == line.logical;

@@ -87,6 +87,8 @@ struct Finding {
   std::string detail;    ///< the values that led to the finding
   /// Set if the finding is about a version of a document; the name is then its logical name.
   std::optional<std::int32_t> timestamp = std::nullopt;
+  /// Set if the finding is about the key of a line of index.dat; the name is then "index.dat".
+  std::string key = {};
 };
 using FindingSink = std::function<void(const Finding&)>;
 

@@ -68,6 +68,7 @@ Json fields_of(const Finding& finding) {
   fields["owner"] = finding.owner;
   fields["folder"] = finding.folder;
   fields["name"] = finding.name;
+  if (!finding.key.empty()) fields["key"] = finding.key;
   if (finding.timestamp) fields["timestamp"] = *finding.timestamp;
   if (finding.line != 0) fields["line"] = finding.line;
   fields["detail"] = finding.detail;

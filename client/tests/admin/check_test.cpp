@@ -134,7 +134,10 @@ TEST_F(AdminCheck, FindsTwoEntriesWithOnePhysicalName) {
   user_file("index", "00000001");
   user_index("a.kdc_0000000000/00000001\nb.kdc_0000000000/00000001\n");
   EXPECT_EQ(codes(Depth::kQuick), Codes{"duplicate-physical-name"});
-  EXPECT_EQ(findings()[0].detail, "in lines 1 and 2");
+  const admin::Finding found = findings()[0];
+  EXPECT_EQ(found.detail, "key \"b.kdc_0000000000\", physical name \"00000001\" in lines 1 and 2");
+  EXPECT_EQ(found.name, "index.dat");
+  EXPECT_EQ(found.key, "b.kdc_0000000000");
 }
 
 TEST_F(AdminCheck, FindsMalformedLines) {

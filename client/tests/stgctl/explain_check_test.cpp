@@ -213,6 +213,45 @@ TEST_F(ClientCheck, HasARemedyForTwoEntriesWithOnePhysicalName) {
   for (const std::string& name : names) EXPECT_EQ(on_tree({"cat", name}).out, "bytes of " + name);
 }
 
+TEST_F(ClientCheck, NamesTheIndexAndTheKeyOfAFindingAboutAKey) {
+  init();
+  make_folder(storage() + "\\user\\anna");
+  write_file(storage() + "\\user\\anna\\00000001.txt", "x");
+  write_file(storage() + "\\user\\anna\\00000002.txt", "x");
+  write_file(storage() + "\\user\\anna\\index.dat",
+             "a.txt_0000000000/00000001\na.txt_0000000000/00000002\n"
+             "b.txt_0000000000/00000001\nc.txt_00000000x1/00000002\n");
+  struct Expected {
+    std::string code;
+    std::size_t line;
+    std::string key;
+    std::string detail;
+  };
+  const std::vector<Expected> all = {
+      {"duplicate-key", 2, "a.txt_0000000000", "physical name \"00000002\", same key as line 1"},
+      {"duplicate-physical-name", 3, "b.txt_0000000000",
+       "physical name \"00000001\" in lines 1 and 3"},
+      {"odd-timestamp", 4, "c.txt_00000000x1", "file \"00000002.txt\""}};
+  const std::vector<Json> findings = json({"check", "--area", "user"}, 4);
+  const std::string text = on_tree({"check", "--area", "user"}).out;
+  const std::string index = shell_path(storage() + "\\user\\anna\\index.dat");
+  for (const Expected& each : all) {
+    const auto found = std::ranges::find_if(findings, [&](const Json& finding) {
+      return finding.at("record") == "finding" && finding.at("code") == each.code;
+    });
+    ASSERT_NE(found, findings.end()) << each.code;
+    const std::string detail = "key \"" + each.key + "\", " + each.detail;
+    EXPECT_EQ(found->at("name"), "index.dat");
+    EXPECT_EQ(found->at("line"), each.line);
+    EXPECT_EQ(found->at("key"), each.key);
+    EXPECT_EQ(found->at("detail"), detail);
+    EXPECT_FALSE(found->contains("timestamp"));
+    const std::string line =
+        each.code + "  " + index + " (line " + std::to_string(each.line) + "): " + detail;
+    EXPECT_NE(text.find(line), std::string::npos) << line << "\n" << text;
+  }
+}
+
 TEST_F(ClientCheck, RefusesQuickAndFullTogether) {
   EXPECT_EQ(on_tree({"check", "--quick", "--full"}).code, 2);
 }
