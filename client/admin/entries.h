@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <compare>
 #include <cstdint>
 #include <functional>
@@ -19,8 +20,9 @@ enum class EntryState : std::uint8_t {
   kUnindexed,  ///< an orphan
   kMissing,    ///< the file that readers open is missing
 };
+inline constexpr std::array<std::string_view, 3> kEntryStates = {"indexed", "unindexed", "missing"};
 constexpr std::string_view name_of(EntryState state) {
-  return word_of(state, {"indexed", "unindexed", "missing"});
+  return kEntryStates[static_cast<std::size_t>(state)];
 }
 
 /// An entry or an orphan. The views are valid only during the call of the sink.
@@ -74,8 +76,9 @@ enum class HoldingKind : std::uint8_t {
   kPart,     ///< a sub-part of a version
   kFile,     ///< a file in an area whose files are addressed by path
 };
+inline constexpr std::array<std::string_view, 3> kHoldingKinds = {"version", "part", "file"};
 constexpr std::string_view name_of(HoldingKind kind) {
-  return word_of(kind, {"version", "part", "file"});
+  return kHoldingKinds[static_cast<std::size_t>(kind)];
 }
 
 struct Holding {

@@ -183,20 +183,15 @@ class Comparing final : public admin::InventorySink {
     }
     if (!out.json() && findings == 0 && m_sums.items() == 0)
       return out.error("there is nothing to compare");
-    out.result("stgctl.compare/1",
-               {{"record", "summary"},
-                {"depth", m_options.quick ? "quick" : "full"},
-                {"versions", m_sums.versions},
-                {"parts", m_sums.parts},
-                {"files", m_sums.files},
-                {"bytes", m_sums.bytes},
-                {"equal", m_equal},
-                {"left_out", m_left_out},
-                {"findings", findings},
-                {"codes", codes},
-                {"interrupted", Context::interrupted()}},
-               "{} versions, {} sub-parts, {} files by path, {}: {}\n", m_sums.versions,
-               m_sums.parts, m_sums.files, format_bytes(m_sums.bytes),
+    Json fields = {{"record", "summary"}, {"depth", m_options.quick ? "quick" : "full"}};
+    fields.update(m_sums.fields());
+    fields.update({{"equal", m_equal},
+                   {"left_out", m_left_out},
+                   {"findings", findings},
+                   {"codes", codes},
+                   {"interrupted", Context::interrupted()}});
+    out.result("stgctl.compare/1", fields, "{}, {}: {}\n", m_sums.in_words(),
+               format_bytes(m_sums.bytes),
                out.styled(findings == 0 ? Style::kGreen : Style::kBold,
                           findings == 0 ? "all equal"
                                         : formatted("{} equal, {} findings", m_equal, findings)));

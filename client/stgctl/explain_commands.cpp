@@ -45,15 +45,8 @@ struct PartOptions : Arguments {
   NoLock no_lock{*this};
 };
 
-const char* name_of(What what) {
-  if (what == What::kRead) return "read";
-  return what == What::kWrite ? "write" : "part";
-}
-
-std::string_view name_of(Answer answer) {
-  if (answer == Answer::kYes) return "yes";
-  return answer == Answer::kNo ? "no" : "note";
-}
+std::string_view name_of(What what) { return admin::word_of(what, {"read", "write", "part"}); }
+std::string_view name_of(Answer answer) { return admin::word_of(answer, {"yes", "no", "note"}); }
 
 std::string outcome(What what, const Explanation& told) {
   if (const ExplainStep* no = told.first_no())

@@ -231,11 +231,10 @@ Exit run_export(Context& context, const Options& options) {
                   shown(folder)));
   }
   const ManifestSums& sums = exporting.sums();
-  const Json fields = {{"versions", sums.versions}, {"parts", sums.parts}, {"files", sums.files},
-                       {"bytes", sums.bytes},       {"whole", is_whole},   {"folder", folder}};
-  const Exit code = report.finish(
-      fields, formatted("{}: {} versions, {} sub-parts, {} files by path", format_bytes(sums.bytes),
-                        sums.versions, sums.parts, sums.files));
+  Json fields = sums.fields();
+  fields.update({{"whole", is_whole}, {"folder", folder}});
+  const Exit code =
+      report.finish(fields, formatted("{}: {}", format_bytes(sums.bytes), sums.in_words()));
   const bool lock_missed = exporting.lock_missed() || failures.lock_missed;
   if (code == Exit::kFailed && lock_missed) return Exit::kLockTimeout;
   // An empty tree has an export, too.

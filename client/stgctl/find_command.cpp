@@ -11,8 +11,6 @@ constexpr Type kBytes{
       return parse_size(text) ? std::string() : "'" + text + "' is not a size; use 500, 64K or 10M";
     }};
 
-const std::vector<std::string> kStates = {"indexed", "unindexed", "missing"};
-
 struct Options : Arguments {
   TextOption pattern{*this, "pattern", "PATTERN", kPatternHelp};
   TextOption name{*this, "--name", "NAME", "Only this logical name"};
@@ -20,7 +18,7 @@ struct Options : Arguments {
   TextOption timestamp{*this, "--timestamp", kStamp, "Only this timestamp"};
   TextOption state{*this, "--state", "WORD",
                    "Only indexed (valid), unindexed (orphan) or missing (dangling) entries",
-                   one_of(kStates)};
+                   one_of({admin::kEntryStates.begin(), admin::kEntryStates.end()})};
   TextOption least_size{*this, "--min-size", kBytes, "At least this many bytes"};
   TextOption most_size{*this, "--max-size", kBytes, "At most this many bytes"};
   TextOption older{*this, "--older-than", kAge, "Last changed longer ago than this"};
@@ -39,7 +37,7 @@ Exit run_find(Context& context, Options& options) {
     query.extension =
         options.extension.starts_with('.') ? options.extension.substr(1) : options.extension;
   }
-  query.state = value_named<admin::EntryState>(kStates, options.state);
+  query.state = value_named<admin::EntryState>(admin::kEntryStates, options.state);
   if (!options.least_size.empty()) query.least_size = parse_size(options.least_size);
   if (!options.most_size.empty()) query.most_size = parse_size(options.most_size);
   const std::int64_t now = std::time(nullptr);

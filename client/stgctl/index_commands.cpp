@@ -19,9 +19,7 @@ struct LineOptions : Arguments {
 };
 
 std::string_view name_of(IndexState state) {
-  constexpr std::array<std::string_view, 5> kNames = {"missing", "read", "no-bytes", "locked",
-                                                      "failed"};
-  return kNames[static_cast<std::size_t>(state)];
+  return admin::word_of(state, {"missing", "read", "no-bytes", "locked", "failed"});
 }
 
 /// What is wrong with a line, or empty.

@@ -1,8 +1,5 @@
 #include "client/stgctl/look.h"
 
-#include <array>
-#include <tuple>
-
 namespace stgctl {
 
 void take_key_file(Context& context, std::string& name) {
@@ -96,8 +93,7 @@ void print_finding(Output& out, std::string_view severity, std::string_view code
 }
 
 std::string_view name_of(sys::Knowledge known) {
-  constexpr std::array<std::string_view, 3> kNames = {"complete", "partial", "none"};
-  return kNames[static_cast<std::size_t>(known)];
+  return admin::word_of(known, {"complete", "partial", "none"});
 }
 
 admin::EntryQuery query_of(Context& context, const std::string& pattern,

@@ -11,8 +11,6 @@ namespace {
 
 using Parsed = nlohmann::json;
 
-constexpr std::array<std::string_view, 3> kKinds = {"version", "part", "file"};
-
 /// A name as text, and also as bytes if it is not UTF-8.
 void put_exact(Json& object, const char* key, const std::string& bytes) {
   const bool is_text = admin::is_utf8(bytes);
@@ -102,6 +100,14 @@ void ManifestSums::add(const ManifestItem& item) {
   bytes += item.what.info.size;
 }
 
+std::string ManifestSums::in_words() const {
+  return formatted("{} versions, {} sub-parts, {} files by path", versions, parts, files);
+}
+
+Json ManifestSums::fields() const {
+  return {{"versions", versions}, {"parts", parts}, {"files", files}, {"bytes", bytes}};
+}
+
 // ---- writing -----------------------------------------------------------------------------------
 
 ManifestWriter::ManifestWriter(const std::string& folder, const ManifestHead& head)
@@ -125,14 +131,9 @@ void ManifestWriter::add(const ManifestItem& item) {
 }
 
 void ManifestWriter::end(std::uint64_t failed) {
-  const Json last = {{"schema", kManifestSchema},
-                     {"record", "end"},
-                     {"versions", m_sums.versions},
-                     {"parts", m_sums.parts},
-                     {"files", m_sums.files},
-                     {"bytes", m_sums.bytes},
-                     {"failed", failed},
-                     {"xxh128", m_checksum.text()}};
+  Json last = {{"schema", kManifestSchema}, {"record", "end"}};
+  last.update(m_sums.fields());
+  last.update({{"failed", failed}, {"xxh128", m_checksum.text()}});
   line(last.dump() + "\n");
   m_file.commit();
 }
@@ -183,7 +184,7 @@ bool ManifestReader::next(ManifestItem& item) {
   try {
     const Parsed line = Parsed::parse(text);
     const std::string record = line.at("record").get<std::string>();
-    if (const auto kind = value_named<admin::HoldingKind>(kKinds, record)) {
+    if (const auto kind = value_named<admin::HoldingKind>(admin::kHoldingKinds, record)) {
       m_checksum.add(text);
       item = item_of(line, *kind);
       if (const char* const why = why_no_item(item)) damaged(why);

@@ -37,6 +37,10 @@ struct ManifestSums {
 
   void add(const ManifestItem& item);
   std::uint64_t items() const { return versions + parts + files; }
+  /// "3 versions, 2 sub-parts, 0 files by path"
+  std::string in_words() const;
+  /// The fields "versions", "parts", "files" and "bytes".
+  Json fields() const;
 };
 
 /// Writes a manifest. Without end() it stays unfinished.

@@ -91,6 +91,14 @@ void NewFile::commit(std::optional<std::int64_t> modify_time) {
   m_committed = true;
 }
 
+void write_file(const std::string& path, std::string_view bytes) {
+  if (std::error_code error; !fs::is_directory(to_path(path).parent_path(), error))
+    fail("{} cannot be written: its folder does not exist", shown(path));
+  NewFile file(path, path + std::string(kUnfinishedName));
+  file.write(bytes);
+  file.commit();
+}
+
 void set_modify_time(const std::string& path, std::int64_t seconds) {
   using namespace std::chrono;
   std::error_code error;

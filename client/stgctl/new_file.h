@@ -55,6 +55,10 @@ class NewFile {
   bool m_committed = false;
 };
 
+/// Writes a whole file: first beside it, so that an existing file stays until the new one is whole.
+/// @throws Failure kFailed, also if its folder does not exist.
+void write_file(const std::string& path, std::string_view bytes);
+
 /// Gives a file its modification time. @throws Failure kFailed with the reason.
 void set_modify_time(const std::string& path, std::int64_t seconds);
 

@@ -1,11 +1,8 @@
 // repair, undo, quarantine list and quarantine expire.
 
-#include <fstream>
-
 #include "client/stgctl/change_report.h"
 #include "client/stgctl/names_file.h"
 #include "client/stgctl/new_file.h"
-#include "client/stgctl/paths.h"
 #include "client/stgctl/repair.h"
 
 namespace stgctl {
@@ -95,24 +92,6 @@ std::string told_of_expired(Context& context, const std::string& quarantine,
 
 // ---- planning ----------------------------------------------------------------------------------
 
-/// Writes first to another name in the same folder: an existing plan stays until the new one is
-/// whole.
-void write_plan(const std::string& file, const std::string& text) {
-  const std::string part = file + ".stgctl-part";
-  std::error_code error;
-  {
-    std::ofstream out(to_path(part), std::ios::binary | std::ios::trunc);
-    out << text;
-    out.flush();
-    if (!out) error = std::make_error_code(std::errc::io_error);
-  }
-  if (!error) std::filesystem::rename(to_path(part), to_path(file), error);
-  if (!error) return;
-  std::error_code ignored;
-  std::filesystem::remove(to_path(part), ignored);
-  fail("{} cannot be written; check the free space and the permissions", shown(file));
-}
-
 Exit run_plan(Context& context, const RepairOptions& options) {
   const std::string file = place_outside(context, options.plan);
   const bool overwrites = is_file_at(file);
@@ -137,7 +116,7 @@ Exit run_plan(Context& context, const RepairOptions& options) {
     report.done(subject_named(repair.path), fields_of(repair), in_words(repair));
   if (!context.is_dry_run()) {
     if (overwrites) context.confirm(formatted("Overwrite {}?", shown(file)));
-    write_plan(file, text_of(plan));
+    write_file(file, text_of(plan));
   }
   Json sums = {{"left", plan.left.size()}};
   sums["file"] = file;

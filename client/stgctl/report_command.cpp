@@ -231,11 +231,7 @@ Exit run_report(Context& context, const Options& options) {
                        {"infos", summary.count(Severity::kInfo)}};
   figures.update(counts);
   const std::string page = filled(embedded_file("page.html"), figures, embedded_file);
-  if (!dry) {
-    NewFile file(from_path(fs::absolute(to_path(options.html))));
-    file.write(page);
-    file.commit();
-  }
+  if (!dry) write_file(from_path(fs::absolute(to_path(options.html))), page);
 
   Json fields = {{"file", options.html},
                  {"dry_run", dry},
