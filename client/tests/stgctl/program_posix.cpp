@@ -14,6 +14,8 @@
 #include <csignal>
 #include <filesystem>
 #include <stdexcept>
+#include <string>
+#include <system_error>
 
 namespace {
 
@@ -155,6 +157,14 @@ namespace {
   ::_exit(127);
 }
 
+/// Whether a descriptor of a process is a file. A sanitizer writes to pipes to test its memory.
+bool is_file(::pid_t process, std::uint64_t descriptor) {
+  std::error_code error;
+  const auto link =
+      "/proc/" + std::to_string(process) + "/fd/" + std::to_string(static_cast<int>(descriptor));
+  return std::filesystem::read_symlink(link, error).native().starts_with('/');
+}
+
 /// Whether a stopped process is about to make a system call that changes a file or a folder.
 bool is_change(::pid_t process) {
   struct ::__ptrace_syscall_info info {};
@@ -162,7 +172,8 @@ bool is_change(::pid_t process) {
       info.op != PTRACE_SYSCALL_INFO_ENTRY)
     return false;
   const auto& arguments = info.entry.args;
-  if (info.entry.nr == SYS_write) return arguments[0] > STDERR_FILENO;
+  if (info.entry.nr == SYS_write)
+    return arguments[0] > STDERR_FILENO && is_file(process, arguments[0]);
   if (info.entry.nr == SYS_openat) return (arguments[2] & (O_CREAT | O_TRUNC)) != 0;
   static constexpr std::array<std::uint64_t, 14> kChanges = {
       SYS_pwrite64,  SYS_ftruncate, SYS_truncate, SYS_copy_file_range, SYS_sendfile,
