@@ -211,13 +211,11 @@ void store_in_place(const Address& address, const Source& source, std::uint32_t 
   Call::current().note_change();
 }
 
-/// What store() has done. Set before it throws, if the version is stored.
-struct Stored {
-  std::int32_t how = VU_STORED_AT_ONCE;
-  bool is_whole = true;  ///< nothing failed after the save: no old file stays
-};
-
-vu_status store(const Address& address, const Source& source, std::uint32_t flags, Stored& stored) {
+/// Stores a version. What it tells is set as soon as the version is stored, also if it throws then.
+/// @param how null, or receives VU_STORED_AT_ONCE or VU_STORED_IN_PLACE.
+/// @param is_whole receives whether nothing failed after the save: no old file stays.
+vu_status store(const Address& address, const Source& source, std::uint32_t flags,
+                std::int32_t* how, bool& is_whole) {
   Place place;
   if (!source.path.empty() && !is_there(source.path))
     throw Refusal{VU_NOTHING_MATCHED, "there is no such file", told_path(source.path)};
@@ -232,24 +230,22 @@ vu_status store(const Address& address, const Source& source, std::uint32_t flag
   }
   if (in_place) {
     store_in_place(address, source, flags);
-    stored.how = VU_STORED_IN_PLACE;
+    is_whole = true;
   } else {
     Staged staged(folder, address);
     fill(source, staged.place());
-    stored.is_whole = staged.rename_to(address, flags);
+    is_whole = staged.rename_to(address, flags);
   }
+  if (how != nullptr) *how = in_place ? VU_STORED_IN_PLACE : VU_STORED_AT_ONCE;
   const vu_status status =
       existed && !in_place ? without_derived(address, place) : done_unless_told();
-  return stored.is_whole ? status
-                         : partly_done("the version is stored, but an old file may stay", folder);
+  return is_whole ? status : partly_done("the version is stored, but an old file may stay", folder);
 }
 
 vu_status store(const Address& address, const Source& source, std::uint32_t flags,
                 std::int32_t* how) {
-  Stored stored;
-  const vu_status status = store(address, source, flags, stored);
-  if (how != nullptr) *how = stored.how;
-  return status;
+  bool is_whole = false;
+  return store(address, source, flags, how, is_whole);
 }
 
 /// Whether a version still has a file. After the deadline the index may be locked.
@@ -279,10 +275,11 @@ vu_status move(const Address& from, const Place& old, const Address& to, const s
                std::uint32_t flags, const std::string& replaced) {
   wait_for_index(old.folder);
   vu_status status = VU_DONE;
-  Stored stored;
+  std::int32_t how = VU_STORED_AT_ONCE;
+  bool is_whole = false;
   std::exception_ptr left;
   try {
-    status = store(to, {nullptr, 0, old.path()}, flags, stored);
+    status = store(to, {nullptr, 0, old.path()}, flags, &how, is_whole);
   } catch (...) {
     if (!Call::current().is_changed()) throw;
     left = std::current_exception();
@@ -290,14 +287,13 @@ vu_status move(const Address& from, const Place& old, const Address& to, const s
   // Required, as within one folder: while a replaced file stays, a program that has loaded the
   // index before can give it the new name again. Then only the old version has the bytes. It may be
   // the file of a version that another program has stored since the look.
-  const bool stays =
-      stored.how == VU_STORED_AT_ONCE && !replaced.empty() && vu_file::exists(replaced);
+  const bool stays = how == VU_STORED_AT_ONCE && !replaced.empty() && vu_file::exists(replaced);
   if (stays)
     throw Refusal{VU_PARTLY_DONE,
                   "the version is stored under its new name; the old one stays, because a file "
                   "that it replaces cannot be removed",
                   told_path(replaced)};
-  if (!stored.is_whole) {
+  if (!is_whole) {
     if (left) std::rethrow_exception(left);
     return status;
   }

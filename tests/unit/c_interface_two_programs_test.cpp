@@ -170,6 +170,18 @@ TEST_F(CInterfaceTwoPrograms, AVersionThatAnotherProgramRemovesAgainWasThere) {
   EXPECT_GT(times_both, 3);
 }
 
+TEST_F(CInterfaceTwoPrograms, APutThatIsMadeInPartTellsHowItStored) {
+  const vu_document category = document("list.ctg");
+  ASSERT_EQ(put(category, "a.txt=1\n", 0), VU_DONE);
+  vu_stream* reader = nullptr;
+  ASSERT_EQ(vu_open(m_store, &category, VU_READ_EXACT, &reader), VU_DONE);
+  std::int32_t how = 0;
+  EXPECT_EQ(vu_put(m_hurried, &m_document, "new", 3, VU_REPLACE, &how), VU_PARTLY_DONE);
+  EXPECT_EQ(how, VU_STORED_AT_ONCE);
+  vu_stream_close(reader);
+  EXPECT_EQ(content(m_document), "new");
+}
+
 // ---- a rename to another folder: a copy, and the removal of the old version ---------------------
 
 TEST_F(CInterfaceTwoPrograms, ARenameToAnotherFolderKeepsTheOldVersionWhileAReplacedFileStays) {
